@@ -1,0 +1,28 @@
+# Helpers that keep the folders' CMake files to a few lines.
+
+# tarn_test(NAME LABELS label... SOURCES file... LIBS library...): a GoogleTest program whose cases appear
+# in CTest one by one. Every test carries the label of its area.
+function(tarn_test name)
+  cmake_parse_arguments(T "" "" "LABELS;SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${T_SOURCES})
+  target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gtest_main)
+  gtest_discover_tests(${name}
+    WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}
+    PROPERTIES LABELS "${T_LABELS}" TIMEOUT 600
+    ENVIRONMENT "ASAN_OPTIONS=handle_segv=0:handle_sigill=0:allocator_may_return_null=1")
+endfunction()
+
+# tarn_fuzz(NAME SOURCES file... LIBS library...): a fuzz target. With TARN_LIBFUZZER it is a libFuzzer
+# program; otherwise it replays the files it is given, and CTest replays the stored corpus with it.
+function(tarn_fuzz name)
+  cmake_parse_arguments(F "" "" "LABELS;SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${F_SOURCES})
+  target_link_libraries(${name} PRIVATE ${F_LIBS})
+  if(TARN_LIBFUZZER)
+    target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  else()
+    target_sources(${name} PRIVATE ${CMAKE_SOURCE_DIR}/fuzz/replay_main.cc)
+    add_test(NAME ${name}_corpus COMMAND ${name} ${CMAKE_SOURCE_DIR}/fuzz/corpus/${name})
+    set_tests_properties(${name}_corpus PROPERTIES LABELS "${F_LABELS}" TIMEOUT 300)
+  endif()
+endfunction()
