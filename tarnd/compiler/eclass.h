@@ -37,14 +37,15 @@ t_ec *eclass_create(t_tarn_context *p_context, int add);
 // Frees a stage and all it has.
 void eclass_delete(t_ec *p_ec);
 
-// The class of an equal vector, or EC_NO_CLASS.
+// One vector at a time, while a stage fills: the class of an equal vector, or EC_NO_CLASS. A compilation finds many
+// classes at once and goes by their fingerprints (ec_classes.h).
 uint32_t eclass_search(const t_tarn_context *p_context, const t_ec *p_ec, const t_epi *p_bitvec);
 
 // Adds a vector that the stage does not have yet and returns its class.
-uint32_t eclass_add(const t_tarn_context *p_context, t_ec *p_ec, const t_epi *p_bitvec);
+uint32_t eclass_add(t_tarn_context *p_context, t_ec *p_ec, const t_epi *p_bitvec);
 
-// Combines two complete stages. Null if no stage can be created, or if the table would not fit into
-// 2^32 entries.
+// Combines two complete stages into a new one (ec_combine.h). Null if no stage can be created or the context's budget is
+// passed; c_failure tells which. Throws std::bad_alloc.
 t_ec *eclass_combine(t_tarn_context *p_context, t_ec *p_ec1, t_ec *p_ec2, int add);
 
 // Fills a leaf's table and classes from its end points and the rules.

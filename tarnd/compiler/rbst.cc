@@ -38,7 +38,8 @@ t_rbst_node *rbst_search(const t_rbst *p_tree, void *key)
 static t_rbst_node *node_new(void *key, void *data)
 {
     t_rbst_node *p_node = static_cast<t_rbst_node *>(malloc(sizeof(t_rbst_node)));
-    LUM_ASSERT(p_node, "node");
+    if (p_node == nullptr)
+        return nullptr;
     *p_node = {};
     p_node->key = key;
     p_node->data = data;
@@ -63,6 +64,8 @@ int rbst_add(t_rbst *p_tree, void *key, void *data)
     if (rbst_search(p_tree, key) != nullptr)
         return 0;
     t_rbst_node *p_new = node_new(key, data);
+    if (p_new == nullptr)
+        return -1;
     t_rbst_node *p_last = nullptr;
     for (t_rbst_node *p_node = p_tree->root; p_node != nullptr;) {
         p_node->num_nodes++;

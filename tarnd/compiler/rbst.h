@@ -41,8 +41,8 @@ void rbst_init(t_rbst *p_tree);
 // A new, initialised tree; the caller frees it with free. No memory is an assertion.
 t_rbst *rbst_alloc();
 
-// Adds a key. Returns 1, or 0 if an equal key is there already: then nothing has changed and key and data stay
-// the caller's.
+// Adds a key. Returns 1; 0 if an equal key is there already; -1 if there is no memory for the node. Unless it
+// is 1 nothing has changed, and key and data stay the caller's.
 int rbst_add(t_rbst *p_tree, void *key, void *data);
 
 // The node with an equal key, or null.

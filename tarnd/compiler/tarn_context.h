@@ -6,17 +6,18 @@
 #pragma once
 
 #include "tarnd/compiler/rbst.h"
+#include "tarnd/compiler/ec_classes.h"
+#include "tarnd/compiler/rule_keys.h"
 #include "tarnd/compiler/shape_random.h"
 #include "tarnd/compiler/tarn_program_format.h"
 
 #include <cstddef>
 #include <cstdint>
-#include <vector>
+#include <memory>
 
 using eclass_id = uint32_t;
 
 struct t_ec;
-struct t_rule_keys;
 
 struct t_field_info_item {
     uint32_t f_type;
@@ -30,6 +31,13 @@ enum e_tarn_compile_failure {
     TARN_COMPILE_TOO_MANY_STAGES,  // more than 16 field types
     TARN_COMPILE_OVER_LIMIT,       // the program would pass c_program_limit
     TARN_COMPILE_NO_MEMORY,        // the memory manager, or the heap, has nothing to give
+};
+
+// What a combination may still add to the program. Kept by tarn_compile.
+struct t_compile_budget {
+    uint64_t known_size;       // bytes that the program has at least
+    uint64_t limit;            // bytes that it may have
+    uint64_t bytes_per_class;  // of the stage being combined: an action record each for the last one, else 0
 };
 
 struct t_tarn_context {
@@ -52,10 +60,12 @@ struct t_tarn_context {
 
     uint64_t c_program_limit;          // bytes that a program may have; 0 for no limit. Set by the owner.
     e_tarn_compile_failure c_failure;  // of the last tarn_compile
+    t_compile_budget c_budget;
     uint32_t c_num_rules;              // of the table being compiled
-    t_rule_keys *p_rule_keys;          // fingerprint keys of the compilation, or null; owned
+    std::unique_ptr<t_rule_keys> p_rule_keys;  // fingerprint keys of the compilation
+    t_class_index c_class_index;       // of the stage being filled
     t_shape_random c_shape;            // shapes of the tables written
-    uint32_t c_work;                   // steps since the priority timers were last looked at
+    size_t c_work;                     // steps since the priority timers were last looked at
 };
 
 // An empty context, or null when there is no memory. Freed by tarn_delete_context.

@@ -13,7 +13,9 @@ static void endpoint_add(t_ec *p_ec, uint32_t value)
     uint32_t *p_key = static_cast<uint32_t *>(malloc(sizeof(uint32_t)));
     LUM_ASSERT(p_key, "key");
     *p_key = value;
-    if (rbst_add(&p_ec->endpoints, p_key, nullptr) == 0)
+    int added = rbst_add(&p_ec->endpoints, p_key, nullptr);
+    LUM_ASSERT(added >= 0, "added >= 0");
+    if (added == 0)
         free(p_key);
 }
 

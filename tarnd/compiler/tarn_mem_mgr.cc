@@ -17,11 +17,14 @@ void tarn_register_mem_mgr(const t_tarn_mem_mgr *p_mgr)
     g_tarn_mem_mgr = &g_registered;
 }
 
+void *tarn_mem_alloc_dirty(size_t size, const t_tarn_mem_mgr *p_mgr)
+{
+    return p_mgr == nullptr ? nullptr : p_mgr->alloc(size);
+}
+
 void *tarn_mem_alloc(size_t size, const t_tarn_mem_mgr *p_mgr)
 {
-    if (p_mgr == nullptr)
-        return nullptr;
-    void *p_mem = p_mgr->alloc(size);
+    void *p_mem = tarn_mem_alloc_dirty(size, p_mgr);
     if (p_mem != nullptr)
         memset(p_mem, 0, size);
     return p_mem;

@@ -24,5 +24,8 @@ void tarn_register_mem_mgr(const t_tarn_mem_mgr *p_mgr);
 // Zeroed memory of `size` bytes, or null without a manager or without memory.
 void *tarn_mem_alloc(size_t size, const t_tarn_mem_mgr *p_mgr);
 
+// The same without zeroing, for a writer that covers every byte itself.
+void *tarn_mem_alloc_dirty(size_t size, const t_tarn_mem_mgr *p_mgr);
+
 // Gives memory back; does nothing without a manager.
 void tarn_mem_free(void *p_mem, const t_tarn_mem_mgr *p_mgr);
