@@ -1,5 +1,21 @@
 # Helpers that keep the folders' CMake files to a few lines.
 
+# The general allocator of everything that ships. Sanitizers bring their own. It is linked first, so that no
+# library binds to the C library's.
+function(tarn_use_jemalloc name)
+  if(NOT TARN_SANITIZE)
+    target_link_options(${name} BEFORE PRIVATE -Wl,--no-as-needed -ljemalloc -Wl,--as-needed)
+  endif()
+endfunction()
+
+# tarn_program(NAME SOURCES file... LIBS library...): a program that ships.
+function(tarn_program name)
+  cmake_parse_arguments(P "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${P_SOURCES})
+  target_link_libraries(${name} PRIVATE ${P_LIBS})
+  tarn_use_jemalloc(${name})
+endfunction()
+
 # tarn_test(NAME LABELS label... SOURCES file... LIBS library...): a GoogleTest program whose cases appear
 # in CTest one by one. Every test carries the label of its area.
 function(tarn_test name)

@@ -25,23 +25,13 @@ static void index_init(t_class_index *p_index, size_t size)
     p_index->used = 0;
 }
 
-// The slot that holds the fingerprint, or the free one where it belongs.
-static t_class_index::t_slot *index_slot(t_class_index *p_index, const t_fingerprint &fingerprint)
-{
-    size_t mask = p_index->slots.size() - 1;
-    t_class_index::t_slot *p_slots = p_index->slots.data();
-    for (size_t i = fingerprint.lo & mask;; i = (i + 1) & mask)
-        if (p_slots[i].class_id == EC_NO_CLASS || p_slots[i].fingerprint == fingerprint)
-            return &p_slots[i];
-}
-
 static void index_grow(t_class_index *p_index)
 {
     t_class_index bigger;
     index_init(&bigger, p_index->slots.size() * 2);
     for (const t_class_index::t_slot &slot : p_index->slots)
         if (slot.class_id != EC_NO_CLASS)
-            *index_slot(&bigger, slot.fingerprint) = slot;
+            *bigger.find(slot.fingerprint) = slot;
     bigger.used = p_index->used;
     *p_index = std::move(bigger);
 }
@@ -68,13 +58,13 @@ uint32_t ec_classes_count(const t_ec_classes *p_classes)
 
 uint32_t ec_classes_find(const t_ec_classes *p_classes, const t_fingerprint &fingerprint)
 {
-    return p_classes->p_index == nullptr ? EC_NO_CLASS : index_slot(p_classes->p_index, fingerprint)->class_id;
+    return p_classes->p_index == nullptr ? EC_NO_CLASS : p_classes->p_index->find(fingerprint)->class_id;
 }
 
 uint32_t ec_classes_find_or_add(t_ec_classes *p_classes, const t_fingerprint &fingerprint, bool *p_added)
 {
     t_class_index *p_index = p_classes->p_index;
-    t_class_index::t_slot *p_slot = index_slot(p_index, fingerprint);
+    t_class_index::t_slot *p_slot = p_index->find(fingerprint);
     *p_added = p_slot->class_id == EC_NO_CLASS;
     if (!*p_added)
         return p_slot->class_id;

@@ -51,6 +51,16 @@ struct t_class_index {
     std::vector<t_slot> slots;  // a power of two
     size_t used;
 
+    // The slot that holds the fingerprint, or the free one where it belongs.
+    t_slot *find(const t_fingerprint &fingerprint)
+    {
+        size_t mask = slots.size() - 1;
+        t_slot *p_slots = slots.data();
+        for (size_t i = fingerprint.lo & mask;; i = (i + 1) & mask)
+            if (p_slots[i].fingerprint == fingerprint || p_slots[i].class_id == EC_NO_CLASS)
+                return &p_slots[i];
+    }
+
     // Starts the look-up of a fingerprint that will be wanted soon.
     void prefetch(const t_fingerprint &fingerprint) const
     {

@@ -8,8 +8,7 @@
 //                             columns that have it
 // Real rules leave most fields open, so lists are short and touches few; what remains per pair is one look-up of a fingerprint. A
 // set's rules are put together only when the set is new.
-#include "tarnd/compiler/ec_combine.h"
-
+#include "tarnd/compiler/eclass.h"
 #include "tarnd/compiler/tarn_context.h"
 
 #include <algorithm>
@@ -30,7 +29,6 @@ struct t_combiner {
     t_ec *p_ec;
     const t_ec_classes *p_left;
     const t_ec_classes *p_right;
-    bool is_last;                          // the classes are not combined again: keep their winners only
     t_columns columns;
     t_fingerprint common_key;              // rules common to both sides
     uint32_t common_lowest;
@@ -155,7 +153,7 @@ static void add_class(t_combiner *p_combiner, const t_fingerprint &fingerprint, 
 {
     std::span<const uint32_t> column = ec_classes_list(p_combiner->p_right, p_combiner->columns.order[position]);
     if (fingerprint != EMPTY_FINGERPRINT) {
-        if (p_combiner->is_last)
+        if (p_combiner->p_ec->ec_is_last)
             append_winner(p_combiner, column);
         else
             append_rules(p_combiner, column);
@@ -173,31 +171,34 @@ static uint32_t class_of(t_combiner *p_combiner, const t_fingerprint &fingerprin
     return class_id;
 }
 
-// The classes of the row's pairs, written at p_row by class of ec2.
+// The classes of the row's pairs [begin, end) by position, written at p_row by class of ec2.
+static void write_pairs(t_combiner *p_combiner, uint32_t begin, uint32_t end, uint32_t *p_row)
+{
+    static constexpr uint32_t ahead = 12;  // look-ups started before their turn
+    t_class_index *p_index = p_combiner->p_ec->ec_bitvec.p_index;
+    const t_fingerprint *p_fingerprints = p_combiner->fingerprints.data();
+    const uint32_t *p_order = p_combiner->columns.order.data();
+    const t_fingerprint base = p_combiner->base;
+    for (uint32_t position = begin; position < end; position++) {
+        p_index->prefetch(p_fingerprints[std::min(position + ahead, end - 1)] ^ base);
+        t_fingerprint fingerprint = p_fingerprints[position] ^ base;
+        uint32_t class_id = p_index->find(fingerprint)->class_id;
+        if (class_id == EC_NO_CLASS)
+            class_id = class_of(p_combiner, fingerprint, position);
+        p_row[p_order[position]] = class_id;
+    }
+}
+
 static void write_row(t_combiner *p_combiner, uint32_t *p_row)
 {
     static constexpr uint32_t batch = 8192;
-    static constexpr uint32_t ahead = 12;  // look-ups started before their turn
-    const t_class_index *p_index = p_combiner->p_ec->ec_bitvec.p_index;
     const t_columns &columns = p_combiner->columns;
     uint32_t count = static_cast<uint32_t>(columns.order.size());
     if (columns.first == 1)
         p_row[columns.order[0]] = class_of(p_combiner, EMPTY_FINGERPRINT, 0);
-    t_fingerprint last = EMPTY_FINGERPRINT;
-    uint32_t last_class = EC_NO_CLASS;
     for (uint32_t begin = columns.first; begin < count; begin += batch) {
         uint32_t end = std::min(count, begin + batch);
-        for (uint32_t position = begin; position < end; position++) {
-            if (position + ahead < end)
-                p_index->prefetch(p_combiner->fingerprints[position + ahead] ^ p_combiner->base);
-            t_fingerprint fingerprint = p_combiner->fingerprints[position] ^ p_combiner->base;
-            // Neighbours in numeric order differ in low rules and often agree within the row.
-            if (last_class == EC_NO_CLASS || fingerprint != last) {
-                last_class = class_of(p_combiner, fingerprint, position);
-                last = fingerprint;
-            }
-            p_row[columns.order[position]] = last_class;
-        }
+        write_pairs(p_combiner, begin, end, p_row);
         tarn_context_work(p_combiner->p_context, end - begin);
     }
 }
@@ -231,7 +232,7 @@ static bool count_classes(t_combiner *p_combiner)
     return p_budget->known_size <= p_budget->limit;
 }
 
-bool ec_combine_fill(t_tarn_context *p_context, t_ec *p_ec, const t_ec *p_ec1, const t_ec *p_ec2)
+bool eclass_combine(t_tarn_context *p_context, t_ec *p_ec, const t_ec *p_ec1, const t_ec *p_ec2)
 {
     // The size of the table is known before it is made.
     size_t row_size = p_ec2->ec_values;
@@ -248,7 +249,6 @@ bool ec_combine_fill(t_tarn_context *p_context, t_ec *p_ec, const t_ec *p_ec1, c
     combiner.p_ec = p_ec;
     combiner.p_left = &p_ec1->ec_bitvec;
     combiner.p_right = &p_ec2->ec_bitvec;
-    combiner.is_last = p_budget->bytes_per_class > 0;
     build_common(&combiner);
     build_columns(&combiner);
     combiner.row = combiner.p_left->common;

@@ -1,7 +1,6 @@
 #include "tarnd/compiler/eclass.h"
 
 #include "common/lum_log.h"
-#include "tarnd/compiler/ec_combine.h"
 #include "tarnd/compiler/epi.h"
 #include "tarnd/compiler/tarn_cmp.h"
 
@@ -61,23 +60,6 @@ uint32_t eclass_add(t_tarn_context *p_context, t_ec *p_ec, const t_epi *p_bitvec
     ec_classes_close_list(&p_ec->ec_bitvec, fingerprint);
     p_ec->ec_values++;
     return class_id;
-}
-
-t_ec *eclass_combine(t_tarn_context *p_context, t_ec *p_ec1, t_ec *p_ec2, int add)
-{
-    t_ec *p_ec = eclass_create(p_context, add);
-    if (p_ec == nullptr) {
-        p_context->c_failure = TARN_COMPILE_TOO_MANY_STAGES;
-        return nullptr;
-    }
-    p_ec->ec_is_intermediate = 1;
-    if (!ec_combine_fill(p_context, p_ec, p_ec1, p_ec2)) {
-        p_context->c_failure = TARN_COMPILE_OVER_LIMIT;
-        if (!add)
-            eclass_delete(p_ec);
-        return nullptr;
-    }
-    return p_ec;
 }
 
 uint64_t eclass_table_size(const t_ec *p_ec)

@@ -21,6 +21,7 @@ struct t_ec {
     eclass_id ec_id;     // stage number in its context, from 1; also the table id in instructions
     uint32_t ec_values;  // classes so far
     uint8_t ec_is_intermediate;
+    uint8_t ec_is_last;       // its classes are not combined again: of each only the winner is kept
     t_rbst endpoints;         // leaf: uint32_t keys from malloc, owned
     t_ec_table ival_ec;       // the lookup table
     t_ec_classes ec_bitvec;   // the classes
@@ -44,9 +45,11 @@ uint32_t eclass_search(const t_tarn_context *p_context, const t_ec *p_ec, const 
 // Adds a vector that the stage does not have yet and returns its class.
 uint32_t eclass_add(t_tarn_context *p_context, t_ec *p_ec, const t_epi *p_bitvec);
 
-// Combines two complete stages into a new one (ec_combine.h). Null if no stage can be created or the context's budget is
-// passed; c_failure tells which. Throws std::bad_alloc.
-t_ec *eclass_combine(t_tarn_context *p_context, t_ec *p_ec1, t_ec *p_ec2, int add);
+// Fills the table and the classes of p_ec from its two complete inputs. Row by row over ec1's classes in numeric
+// order, and within a row over ec2's, each pair's rule set gets a class; equal sets share one, numbered in the
+// order of their first appearance. False, with the stage incomplete, when the context's budget is passed; the bytes
+// found so far are counted in it. Throws std::bad_alloc.
+[[nodiscard]] bool eclass_combine(t_tarn_context *p_context, t_ec *p_ec, const t_ec *p_ec1, const t_ec *p_ec2);
 
 // Fills a leaf's table and classes from its end points and the rules.
 void tarn_compile_field(t_tarn_context *p_context, const t_tarn_ruletable *p_table, t_ec *p_ec);

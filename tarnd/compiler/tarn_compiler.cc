@@ -61,43 +61,90 @@ static void tarn_compile_fields(t_tarn_context *p_context, const t_tarn_ruletabl
     });
 }
 
-// Combines a pair into `next`. False when the compilation fails, with c_failure set.
-static bool fold_pair(t_tarn_context *p_context, t_ec *p_first, t_ec *p_second, std::vector<t_ec *> *p_next)
+// Makes the stages of one round: neighbours by stage number are paired; one without a partner is carried to the next
+// round, where its lower number puts it first. False when the registers are used up.
+static bool make_round(t_tarn_context *p_context, const std::vector<t_ec *> &current, std::vector<t_ec *> *p_next)
 {
-    t_ec *p_ec = eclass_combine(p_context, p_first, p_second, 1);
-    if (p_ec == nullptr)
-        return false;
-    // What follows needs only the classes of the new stage; of the inputs, their number.
-    ec_classes_release(&p_first->ec_bitvec);
-    ec_classes_release(&p_second->ec_bitvec);
-    p_ec->left = p_first;
-    p_ec->right = p_second;
-    p_first->root = p_ec;
-    p_second->root = p_ec;
-    p_next->push_back(p_ec);
+    if (current.size() % 2 == 1)
+        p_next->push_back(current.back());
+    for (size_t i = 0; i + 1 < current.size(); i += 2) {
+        t_ec *p_ec = eclass_create(p_context, 1);
+        if (p_ec == nullptr)
+            return false;
+        p_ec->ec_is_intermediate = 1;
+        p_ec->left = current[i];
+        p_ec->right = current[i + 1];
+        p_ec->left->root = p_ec;
+        p_ec->right->root = p_ec;
+        p_next->push_back(p_ec);
+    }
     return true;
 }
 
-// Pairs neighbours by stage number, bottom up; one without a partner is carried to the next round, where its
-// lower number puts it first. False when the compilation fails, with c_failure set.
+static uint64_t pair_count(const t_ec *p_ec)
+{
+    return p_ec->ec_is_intermediate ? uint64_t{p_ec->left->ec_values} * p_ec->right->ec_values : 0;
+}
+
+// What each class of stage `index` of a round adds to the program beyond the stage's own table: an action record if
+// the stage is the last, else its row in the table that it is combined into, when its partner's classes are known.
+static uint64_t bytes_per_class(const std::vector<t_ec *> &round, size_t index, uint64_t record_size)
+{
+    if (round.size() == 1)
+        return record_size;
+    size_t partner = index ^ 1;
+    return partner < round.size() ? uint64_t{TARN_ENTRY_SIZE} * round[partner]->ec_values : 0;
+}
+
+// Fills a round's new stages, the cheap ones first: while a dear one is filled its partner is known, and a program
+// that cannot fit is noticed before the dear one is complete. Numbers and results do not depend on this order.
+// False when the budget is passed.
+static bool fill_round(t_tarn_context *p_context, const std::vector<t_ec *> &round, uint64_t record_size)
+{
+    std::vector<size_t> by_cost;
+    for (size_t i = 0; i < round.size(); i++)
+        if (round[i]->ec_is_intermediate && round[i]->ival_ec.count == 0)
+            by_cost.push_back(i);
+    std::stable_sort(by_cost.begin(), by_cost.end(),
+                     [&](size_t a, size_t b) { return pair_count(round[a]) < pair_count(round[b]); });
+    t_compile_budget *p_budget = &p_context->c_budget;
+    for (size_t i : by_cost) {
+        t_ec *p_ec = round[i];
+        uint64_t known_before = p_budget->known_size;
+        p_budget->bytes_per_class = bytes_per_class(round, i, record_size);
+        p_ec->ec_is_last = round.size() == 1;
+        if (!eclass_combine(p_context, p_ec, p_ec->left, p_ec->right))
+            return false;
+        // A row of a table still to come was counted ahead; the table counts itself when it is made.
+        if (round.size() > 1)
+            p_budget->known_size = known_before + eclass_table_size(p_ec);
+        // What follows needs only the classes of the new stage; of the inputs, their number.
+        ec_classes_release(&p_ec->left->ec_bitvec);
+        ec_classes_release(&p_ec->right->ec_bitvec);
+    }
+    return true;
+}
+
+// Folds all stages into one. False when the compilation fails, with c_failure set.
 static bool tarn_compile_combined(t_tarn_context *p_context, uint64_t record_size)
 {
     std::vector<t_ec *> current;
-    std::vector<t_ec *> next;
     for_each_ec(p_context, [&](t_ec *p_ec) {
         current.push_back(p_ec);
         p_context->c_budget.known_size += eclass_table_size(p_ec);
     });
     while (current.size() >= 2) {
         tarn_exec_priority_timers();
-        p_context->c_budget.bytes_per_class = current.size() == 2 ? record_size : 0;
-        if (current.size() % 2 == 1)
-            next.push_back(current.back());
-        for (size_t i = 0; i + 1 < current.size(); i += 2)
-            if (!fold_pair(p_context, current[i], current[i + 1], &next))
-                return false;
+        std::vector<t_ec *> next;
+        if (!make_round(p_context, current, &next)) {
+            p_context->c_failure = TARN_COMPILE_TOO_MANY_STAGES;
+            return false;
+        }
+        if (!fill_round(p_context, next, record_size)) {
+            p_context->c_failure = TARN_COMPILE_OVER_LIMIT;
+            return false;
+        }
         current.swap(next);
-        next.clear();
     }
     p_context->c_root = current.front();
     return true;

@@ -37,7 +37,7 @@ enum e_tarn_compile_failure {
 struct t_compile_budget {
     uint64_t known_size;       // bytes that the program has at least
     uint64_t limit;            // bytes that it may have
-    uint64_t bytes_per_class;  // of the stage being combined: an action record each for the last one, else 0
+    uint64_t bytes_per_class;  // that each class of the stage being combined adds beyond the stage's table
 };
 
 struct t_tarn_context {
