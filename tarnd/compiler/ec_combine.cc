@@ -258,5 +258,6 @@ bool eclass_combine(t_tarn_context *p_context, t_ec *p_ec, const t_ec *p_ec1, co
             return false;
     }
     p_ec->ec_bitvec.p_index = nullptr;
+    p_ec->ec_is_complete = 1;
     return true;
 }

@@ -146,4 +146,5 @@ void tarn_compile_field(t_tarn_context *p_context, const t_tarn_ruletable *p_tab
     p_ec->ival_ec.starts = std::move(starts);
     p_ec->ec_values = ec_classes_count(&p_ec->ec_bitvec);
     ec_classes_factor_common(p_context, &p_ec->ec_bitvec);
+    p_ec->ec_is_complete = 1;
 }

@@ -21,6 +21,7 @@ struct t_ec {
     eclass_id ec_id;     // stage number in its context, from 1; also the table id in instructions
     uint32_t ec_values;  // classes so far
     uint8_t ec_is_intermediate;
+    uint8_t ec_is_complete;   // table and classes are there, and ec_values is final
     uint8_t ec_is_last;       // its classes are not combined again: of each only the winner is kept
     t_rbst endpoints;         // leaf: uint32_t keys from malloc, owned
     t_ec_table ival_ec;       // the lookup table

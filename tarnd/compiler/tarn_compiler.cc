@@ -103,7 +103,7 @@ static bool fill_round(t_tarn_context *p_context, const std::vector<t_ec *> &rou
 {
     std::vector<size_t> by_cost;
     for (size_t i = 0; i < round.size(); i++)
-        if (round[i]->ec_is_intermediate && round[i]->ival_ec.count == 0)
+        if (!round[i]->ec_is_complete)
             by_cost.push_back(i);
     std::stable_sort(by_cost.begin(), by_cost.end(),
                      [&](size_t a, size_t b) { return pair_count(round[a]) < pair_count(round[b]); });
