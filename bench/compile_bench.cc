@@ -1,10 +1,10 @@
 // Whole compilations of rule sets: one row a set.
 //
-// Workload: generated sets of three families, five sizes each, and the files named on the command line. For each set, in a
-// process of its own: fill a rule table and compile it (median of the rounds), peak memory of one compilation
-// above the filled table, walker look-ups over 100,000 headers drawn from the rules, and beside them the peer
-// classifier's build and look-ups on the same set and headers. Verdicts of both are compared. A set whose program
-// passes the limit gives a row of the refusal instead.
+// Workload: generated sets of three families, five sizes each, and the files named on the command line. For
+// each set, in a process of its own: fill a rule table and compile it (median of the rounds), peak memory of
+// one compilation above the filled table, walker look-ups over 100,000 headers drawn from the rules, and
+// beside them the peer classifier's build and look-ups on the same set and headers. Verdicts of both are
+// compared. A set whose program passes the limit gives a row of the refusal instead.
 #include "bench/median.h"
 #include "bench/peer_classifier.h"
 #include "common/priority_timers.h"
@@ -97,8 +97,8 @@ static void reset_peak()
     fclose(p_file);
 }
 
-static t_compiled compile_once(t_tarn_context *p_context, const t_rule_set &set, std::span<const uint32_t> order,
-                               double *p_peak_mb)
+static t_compiled compile_once(t_tarn_context *p_context, const t_rule_set &set,
+                               std::span<const uint32_t> order, double *p_peak_mb)
 {
     t_compiled result = {};
     auto start = bench_now();
@@ -120,7 +120,8 @@ static t_compiled compile_once(t_tarn_context *p_context, const t_rule_set &set,
     return result;
 }
 
-static t_figures measure_compilation(const t_options &options, const t_rule_set &set, std::span<const uint32_t> order)
+static t_figures measure_compilation(const t_options &options, const t_rule_set &set,
+                                     std::span<const uint32_t> order)
 {
     t_tarn_context *p_context = tarn_context_create();
     p_context->c_program_limit = options.limit;
@@ -130,7 +131,8 @@ static t_figures measure_compilation(const t_options &options, const t_rule_set 
     for (int round = 0; round < options.rounds; round++) {
         tarn_mem_free(figures.last.p_program, g_tarn_mem_mgr);
         figures.last = compile_once(p_context, set, order, round == 0 ? &figures.peak_mb : nullptr);
-        // The first round has the cold caches and the page faults of a fresh process; it is there for the memory.
+        // The first round has the cold caches and the page faults of a fresh process; it is there for the
+        // memory.
         if (round > 0 || options.rounds == 1) {
             fill.push_back(figures.last.fill_ms);
             compile.push_back(figures.last.compile_ms);
@@ -187,7 +189,8 @@ static uint32_t rule_of(const void *p_program, const t_fp_verdict &verdict)
     return rule_number_of_record({p_slots, MAX_ACTIONS_IN_RULE});
 }
 
-// The peer's part of the row. Verdicts that differ end the run, but for headers with the one value that no program covers.
+// The peer's part of the row. Verdicts that differ end the run, but for headers with the one value that no
+// program covers.
 static void print_peer(const t_options &options, const t_rule_set &set, std::span<const t_fp_header> headers,
                        std::span<const t_fp_verdict> verdicts, const t_figures &figures)
 {
@@ -200,19 +203,21 @@ static void print_peer(const t_options &options, const t_rule_set &set, std::spa
     for (size_t i = 0; i < headers.size(); i++)
         differ += verdicts[i].record_offset != FP_NO_RECORD &&
                   rule_of(figures.last.p_program, verdicts[i]) != peer.verdicts[i];
-    printf(" %9.2f %6.2f %7.1f %6.2f\n", peer.build_ms, (figures.fill_ms + figures.compile_ms) / peer.build_ms,
-           peer.lookups_per_second / 1e6, figures.walker_rate / peer.lookups_per_second);
+    printf(" %9.2f %6.2f %7.1f %6.2f\n", peer.build_ms,
+           (figures.fill_ms + figures.compile_ms) / peer.build_ms, peer.lookups_per_second / 1e6,
+           figures.walker_rate / peer.lookups_per_second);
     if (differ > 0) {
-        fprintf(stderr, "compile_bench: %s: %zu verdicts differ from the peer's\n", set.table.c_str(), differ);
+        fprintf(stderr, "compile_bench: %s: %zu verdicts differ from the peer's\n", set.table.c_str(),
+                differ);
         exit(1);
     }
 }
 
 static void print_titles()
 {
-    printf("%-12s %6s | %8s %9s %9s %8s %9s %10s %6s | %7s %7s | %9s %6s %7s %6s\n", "set", "rules", "fill ms",
-           "compile", "whole ms", "peak MB", "prog MB", "entries", "ns/ent", "walk M/s", "burst", "peer ms", "ratio",
-           "peer M/s", "ratio");
+    printf("%-12s %6s | %8s %9s %9s %8s %9s %10s %6s | %7s %7s | %9s %6s %7s %6s\n", "set", "rules",
+           "fill ms", "compile", "whole ms", "peak MB", "prog MB", "entries", "ns/ent", "walk M/s", "burst",
+           "peer ms", "ratio", "peer M/s", "ratio");
 }
 
 static void print_row(const t_options &options, const t_rule_set &set, std::span<const uint32_t> order)
@@ -225,7 +230,8 @@ static void print_row(const t_options &options, const t_rule_set &set, std::span
                static_cast<double>(options.limit) / mb);
         return;
     }
-    printf(" %9.1f %10llu %6.1f", figures.last.length / mb, static_cast<unsigned long long>(figures.last.entries),
+    printf(" %9.1f %10llu %6.1f", figures.last.length / mb,
+           static_cast<unsigned long long>(figures.last.entries),
            figures.compile_ms * 1e6 / static_cast<double>(figures.last.entries));
 
     std::string error;
@@ -242,8 +248,7 @@ static void print_row(const t_options &options, const t_rule_set &set, std::span
     print_peer(options, set, headers, verdicts, figures);
 }
 
-static void run_timers(void *, uint32_t)
-{}
+static void run_timers(void *, uint32_t) {}
 
 // Measures in a child, so that one set's memory does not show in the next one's row.
 static void measure_set(const t_options &options, const t_rule_set &set, std::span<const uint32_t> order)
@@ -265,13 +270,15 @@ static void measure_set(const t_options &options, const t_rule_set &set, std::sp
 
 static void measure_generated(const t_options &options, std::span<const uint32_t> order)
 {
-    for (e_rule_family family : {e_rule_family::acl, e_rule_family::fw, e_rule_family::ipc}) {
-        for (size_t rules : {250, 500, 1000, 2000, 4000}) {
+    for (const char *name : {"acl", "fw", "ipc"}) {
+        e_rule_family family = {};
+        rule_family_read(name, &family);
+        for (size_t count : {250, 500, 1000, 2000, 4000}) {
+            std::string text = generated_rules_print(rules_generate(family, count, 1));
             t_rule_set set;
             t_text_error error;
-            std::string name = rule_family_name(family) + "-" + std::to_string(rules);
-            std::string text = rules_generate(family, rules, 1);
-            if (!rule_set_read(text, name, e_rule_format::classbench, &set, &error))
+            if (!rule_set_read(text, name + ("-" + std::to_string(count)), e_rule_format::classbench, &set,
+                               &error))
                 exit(1);
             measure_set(options, set, order);
         }
@@ -297,7 +304,8 @@ int main(int argc, char **argv)
     CLI::App app{"Compiles rule sets and measures time, memory and look-ups."};
     app.add_option("files", options.files, "rule files");
     app.add_option("--limit", options.limit, "largest program in bytes")->transform(CLI::AsSizeValue(false));
-    app.add_option("--rounds", options.rounds, "rounds, of which the median counts")->check(CLI::PositiveNumber);
+    app.add_option("--rounds", options.rounds, "rounds, of which the median counts")
+        ->check(CLI::PositiveNumber);
     app.add_option("--order", options.order, "order of fields, as in tarnc");
     app.add_flag("!--no-generated", options.generated, "leave the generated sets out");
     app.add_flag("--timers", options.timers, "with a timer manager");

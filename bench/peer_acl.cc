@@ -56,7 +56,7 @@ bool peer_available()
 static bool environment_start()
 {
     static const bool started = [] {
-        const char *words[] = {"bench",   "--no-huge",       "--no-pci",       "-m", "4096",
+        const char *words[] = {"bench",         "--no-huge",   "--no-pci",       "-m", "4096",
                                "--log-level=1", "--no-shconf", "--no-telemetry", "-l", "0"};
         std::vector<char *> args;
         for (const char *word : words)
@@ -67,7 +67,8 @@ static bool environment_start()
 }
 
 // One condition as low and high bound; the whole range when there is none. False for several ranges.
-static bool condition_bounds(const t_set_rule &rule, uint32_t type, uint32_t max, uint32_t *p_low, uint32_t *p_high)
+static bool condition_bounds(const t_set_rule &rule, uint32_t type, uint32_t max, uint32_t *p_low,
+                             uint32_t *p_high)
 {
     *p_low = 0;
     *p_high = max;
@@ -119,7 +120,8 @@ static bool peer_rules(const t_rule_set &set, std::vector<t_peer_rule> *p_rules)
         peer.data.category_mask = 1;
         peer.data.priority = RTE_ACL_MAX_PRIORITY - static_cast<int32_t>(number);
         peer.data.userdata = ++number;
-        if (!set_protocol(rule, &peer.field[PEER_PROTO]) || !set_prefix(rule, tarn_ip_src_addr, &peer.field[PEER_SRC]) ||
+        if (!set_protocol(rule, &peer.field[PEER_PROTO]) ||
+            !set_prefix(rule, tarn_ip_src_addr, &peer.field[PEER_SRC]) ||
             !set_prefix(rule, tarn_ip_dst_addr, &peer.field[PEER_DST]) ||
             !set_range(rule, tarn_ip_src_port, &peer.field[PEER_SRC_PORT]) ||
             !set_range(rule, tarn_ip_dst_port, &peer.field[PEER_DST_PORT]))
@@ -173,7 +175,8 @@ static double classify_seconds(const rte_acl_ctx *p_acl, const std::vector<t_pee
     return bench_ms_since(start) / 1000;
 }
 
-bool peer_measure(const t_rule_set &set, std::span<const t_fp_header> headers, int rounds, t_peer_result *p_result)
+bool peer_measure(const t_rule_set &set, std::span<const t_fp_header> headers, int rounds,
+                  t_peer_result *p_result)
 {
     std::vector<t_peer_rule> rules;
     if (!environment_start() || !peer_rules(set, &rules))

@@ -15,4 +15,5 @@ using f_cli_vprint = void (*)(t_lconfd_context *ctx, int usid, const char *forma
 // Names the road to the sessions; null takes it back, and text for a session is then dropped.
 void cli_print_register(f_cli_vprint print);
 
-__attribute__((format(printf, 3, 4))) void cli_print(t_lconfd_context *ctx, int usid, const char *format, ...);
+__attribute__((format(printf, 3, 4))) void cli_print(t_lconfd_context *ctx, int usid, const char *format,
+                                                     ...);

@@ -11,7 +11,8 @@ static void print_failure(const char *file, uint32_t line, const char *text)
     int length = snprintf(message, sizeof(message), "%s:%u: failed assertion `%s'\n", file, line, text);
     if (length < 0)
         return;
-    size_t left = static_cast<size_t>(length) < sizeof(message) ? static_cast<size_t>(length) : sizeof(message) - 1;
+    size_t left =
+        static_cast<size_t>(length) < sizeof(message) ? static_cast<size_t>(length) : sizeof(message) - 1;
     const char *p_next = message;
     while (left > 0) {
         ssize_t written = write(STDOUT_FILENO, p_next, left);

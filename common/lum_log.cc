@@ -11,8 +11,8 @@ struct t_log_line {
     char text[2048];
 };
 
-__attribute__((format(printf, 2, 0))) static void line_append(t_log_line *p_line, const char *format, va_list args,
-                                                              int used)
+__attribute__((format(printf, 2, 0))) static void line_append(t_log_line *p_line, const char *format,
+                                                              va_list args, int used)
 {
     if (used < 0 || static_cast<size_t>(used) >= sizeof(p_line->text))
         return;

@@ -1,9 +1,9 @@
 // The classes of one stage: which rules match in each.
 //
-// A class is a set of rules, kept as a list of rule indices. Most rules of a real table leave most fields open and
-// so belong to nearly every class of a stage; those that belong to every class but the empty one are kept
-// once, in `common`, and stand in no list. Lists are descending, so that comparing two of them word by word is
-// comparing the bit vectors as numbers.
+// A class is a set of rules, kept as a list of rule indices. Most rules of a real table leave most fields
+// open and so belong to nearly every class of a stage; those that belong to every class but the empty one are
+// kept once, in `common`, and stand in no list. Lists are descending, so that comparing two of them word by
+// word is comparing the bit vectors as numbers.
 //
 // While a stage fills, an index finds the class of a set by its fingerprint (rule_keys.h).
 #pragma once
@@ -40,9 +40,9 @@ t_rule_bits rule_bits_create(uint32_t num_rules);
 // The lowest rule of a bitmap, or EC_NO_RULE.
 uint32_t rule_bits_lowest(const t_rule_bits &bits);
 
-// Finds the class of a fingerprint, for the one stage that is being filled: open addressing with linear probing, the
-// fingerprint itself being the hash. It belongs to the context and passes from stage to stage, so that its memory is
-// had only once.
+// Finds the class of a fingerprint, for the one stage that is being filled: open addressing with linear
+// probing, the fingerprint itself being the hash. It belongs to the context and passes from stage to stage,
+// so that its memory is had only once.
 struct t_class_index {
     struct t_slot {
         t_fingerprint fingerprint;
@@ -84,8 +84,8 @@ uint32_t ec_classes_count(const t_ec_classes *p_classes);
 // The class with this fingerprint, or EC_NO_CLASS.
 uint32_t ec_classes_find(const t_ec_classes *p_classes, const t_fingerprint &fingerprint);
 
-// The class with this fingerprint; if there is none, the next class number is entered under it, *p_added becomes
-// true, and the caller owes ec_classes_close_list after appending the rules to `lists`.
+// The class with this fingerprint; if there is none, the next class number is entered under it, *p_added
+// becomes true, and the caller owes ec_classes_close_list after appending the rules to `lists`.
 uint32_t ec_classes_find_or_add(t_ec_classes *p_classes, const t_fingerprint &fingerprint, bool *p_added);
 void ec_classes_close_list(t_ec_classes *p_classes, const t_fingerprint &fingerprint);
 

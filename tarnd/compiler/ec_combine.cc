@@ -1,13 +1,14 @@
 // How the pairs are combined without ANDing vectors.
 //
-// A row is one class of ec1. The fingerprint of the pair (row, column) is the XOR of the keys of the rules in both. It
-// is put together from three parts:
+// A row is one class of ec1. The fingerprint of the pair (row, column) is the XOR of the keys of the rules in
+// both. It is put together from three parts:
 //   the column's fixed part   rules of the column that every row has (common to ec1); computed once
-//   the row's base            rules of the row that every column has (common to ec2), and the rules common to both
-//   touches                   rules that stand in the lists of both: each rule of the row's list is XORed into the
+//   the row's base            rules of the row that every column has (common to ec2), and the rules common to
+//   both touches                   rules that stand in the lists of both: each rule of the row's list is
+//   XORed into the
 //                             columns that have it
-// Real rules leave most fields open, so lists are short and touches few; what remains per pair is one look-up of a fingerprint. A
-// set's rules are put together only when the set is new.
+// Real rules leave most fields open, so lists are short and touches few; what remains per pair is one look-up
+// of a fingerprint. A set's rules are put together only when the set is new.
 #include "tarnd/compiler/eclass.h"
 #include "tarnd/compiler/tarn_context.h"
 
@@ -17,11 +18,11 @@ namespace {
 
 // Columns of ec2 in numeric order, and for each rule the columns that have it in their list.
 struct t_columns {
-    std::vector<uint32_t> order;           // class of ec2 by position
-    std::vector<t_fingerprint> fixed;      // by position
-    std::vector<uint32_t> start;           // by rule; positions[start[r]] up to positions[start[r + 1]]
+    std::vector<uint32_t> order;       // class of ec2 by position
+    std::vector<t_fingerprint> fixed;  // by position
+    std::vector<size_t> start;         // by rule; positions[start[r]] up to positions[start[r + 1]]
     std::vector<uint32_t> positions;
-    uint32_t first;                        // 1 if position 0 is the empty class, else 0
+    uint32_t first;  // 1 if position 0 is the empty class, else 0
 };
 
 struct t_combiner {
@@ -30,12 +31,12 @@ struct t_combiner {
     const t_ec_classes *p_left;
     const t_ec_classes *p_right;
     t_columns columns;
-    t_fingerprint common_key;              // rules common to both sides
+    t_fingerprint common_key;  // rules common to both sides
     uint32_t common_lowest;
 
     // State of the present row.
-    t_rule_bits row;                       // common of ec1, and the row's list
-    std::vector<uint32_t> row_everywhere;  // rules of the row's list that every column has, descending
+    t_rule_bits row;                          // common of ec1, and the row's list
+    std::vector<uint32_t> row_everywhere;     // rules of the row's list that every column has, descending
     std::vector<t_fingerprint> fingerprints;  // by position, without the base
     t_fingerprint base;
 };
@@ -47,33 +48,48 @@ static const t_fingerprint &key_of(const t_combiner &combiner, uint32_t rule)
     return combiner.p_context->p_rule_keys->keys[rule];
 }
 
+// Calls step with the position and the rule of every rule in a column's list that is not common to the rows.
+template <typename f_step>
+static void for_each_column_rule(t_combiner *p_combiner, f_step step)
+{
+    const std::vector<uint32_t> &order = p_combiner->columns.order;
+    for (uint32_t position = 0; position < order.size(); position++) {
+        std::span<const uint32_t> list = ec_classes_list(p_combiner->p_right, order[position]);
+        for (uint32_t rule : list)
+            if (!p_combiner->p_left->common.has(rule))
+                step(position, rule);
+        tarn_context_work(p_combiner->p_context, list.size() / 2 + 1);
+    }
+}
+
+// The part of each column's fingerprint that all rows share.
+static void fix_columns(t_combiner *p_combiner)
+{
+    t_columns &columns = p_combiner->columns;
+    columns.fixed.assign(columns.order.size(), EMPTY_FINGERPRINT);
+    for (uint32_t position = 0; position < columns.order.size(); position++) {
+        std::span<const uint32_t> list = ec_classes_list(p_combiner->p_right, columns.order[position]);
+        for (uint32_t rule : list)
+            if (p_combiner->p_left->common.has(rule))
+                columns.fixed[position] ^= key_of(*p_combiner, rule);
+        tarn_context_work(p_combiner->p_context, list.size() / 2 + 1);
+    }
+}
+
 static void build_columns(t_combiner *p_combiner)
 {
     t_columns &columns = p_combiner->columns;
-    const t_ec_classes *p_right = p_combiner->p_right;
-    const t_rule_bits &left_common = p_combiner->p_left->common;
-    columns.order = ec_classes_order(p_combiner->p_context, p_right);
-    columns.first = p_right->empty_class != EC_NO_CLASS ? 1 : 0;
-    columns.fixed.assign(columns.order.size(), EMPTY_FINGERPRINT);
+    columns.order = ec_classes_order(p_combiner->p_context, p_combiner->p_right);
+    columns.first = p_combiner->p_right->empty_class != EC_NO_CLASS ? 1 : 0;
+    fix_columns(p_combiner);
     columns.start.assign(size_t{p_combiner->p_context->c_num_rules} + 1, 0);
-    for (uint32_t rule : p_right->lists)
-        if (!left_common.has(rule))
-            columns.start[rule + 1]++;
+    for_each_column_rule(p_combiner, [&](uint32_t, uint32_t rule) { columns.start[rule + 1]++; });
     for (size_t i = 1; i < columns.start.size(); i++)
         columns.start[i] += columns.start[i - 1];
     columns.positions.resize(columns.start.back());
-
-    std::vector<uint32_t> next(columns.start.begin(), columns.start.end() - 1);
-    for (uint32_t position = 0; position < columns.order.size(); position++) {
-        std::span<const uint32_t> list = ec_classes_list(p_right, columns.order[position]);
-        for (uint32_t rule : list) {
-            if (left_common.has(rule))
-                columns.fixed[position] ^= key_of(*p_combiner, rule);
-            else
-                columns.positions[next[rule]++] = position;
-        }
-        tarn_context_work(p_combiner->p_context, list.size());
-    }
+    std::vector<size_t> next(columns.start.begin(), columns.start.end() - 1);
+    for_each_column_rule(
+        p_combiner, [&](uint32_t position, uint32_t rule) { columns.positions[next[rule]++] = position; });
 }
 
 // The rules common to both inputs are common to the result, and their keys are part of every fingerprint.
@@ -103,7 +119,7 @@ static void enter_row(t_combiner *p_combiner, std::span<const uint32_t> list)
             p_combiner->row_everywhere.push_back(rule);
             continue;
         }
-        for (uint32_t i = columns.start[rule]; i < columns.start[rule + 1]; i++)
+        for (size_t i = columns.start[rule]; i < columns.start[rule + 1]; i++)
             p_combiner->fingerprints[columns.positions[i]] ^= key;
         touches += columns.start[rule + 1] - columns.start[rule];
     }
@@ -116,8 +132,8 @@ static void leave_row(t_combiner *p_combiner, std::span<const uint32_t> list)
         p_combiner->row.flip(rule);
 }
 
-// Appends the rules of (row, column) to the lists of the new stage: those of the column that the row has, merged with those of
-// the row that every column has. Both are descending and share no rule.
+// Appends the rules of (row, column) to the lists of the new stage: those of the column that the row has,
+// merged with those of the row that every column has. Both are descending and share no rule.
 static void append_rules(t_combiner *p_combiner, std::span<const uint32_t> column)
 {
     std::vector<uint32_t> &lists = p_combiner->p_ec->ec_bitvec.lists;
@@ -151,7 +167,8 @@ static void append_winner(t_combiner *p_combiner, std::span<const uint32_t> colu
 
 static void add_class(t_combiner *p_combiner, const t_fingerprint &fingerprint, uint32_t position)
 {
-    std::span<const uint32_t> column = ec_classes_list(p_combiner->p_right, p_combiner->columns.order[position]);
+    std::span<const uint32_t> column =
+        ec_classes_list(p_combiner->p_right, p_combiner->columns.order[position]);
     if (fingerprint != EMPTY_FINGERPRINT) {
         if (p_combiner->p_ec->ec_is_last)
             append_winner(p_combiner, column);

@@ -1,8 +1,9 @@
 // Filling a leaf: a sweep over the end points.
 //
-// Between two neighbouring end points no rule begins or ends to match. The sweep keeps the set of rules that match and its
-// fingerprint, and at each end point flips the rules that begin or end there; so the cost is the number of interval
-// bounds, not rules times intervals. Rules without the field match everywhere and are common to all classes.
+// Between two neighbouring end points no rule begins or ends to match. The sweep keeps the set of rules that
+// match and its fingerprint, and at each end point flips the rules that begin or end there; so the cost is
+// the number of interval bounds, not rules times intervals. Rules without the field match everywhere and are
+// common to all classes.
 #include "common/lum_assert.h"
 #include "tarnd/compiler/eclass.h"
 #include "tarnd/compiler/tarn_context.h"
@@ -14,7 +15,8 @@
 
 namespace {
 
-// A rule's interval as positions of end points: it matches from interval `begin` up to interval `end`, exclusive.
+// A rule's interval as positions of end points: it matches from interval `begin` up to interval `end`,
+// exclusive.
 struct t_span {
     uint32_t rule;
     uint32_t begin;
@@ -46,8 +48,8 @@ static std::vector<uint32_t> endpoint_values(const t_ec *p_ec)
     return values;
 }
 
-// The rules' intervals in positions; a rule without the field becomes common. An interval that holds none of the
-// starts (one that begins at the top value) matches nowhere.
+// The rules' intervals in positions; a rule without the field becomes common. An interval that holds none of
+// the starts (one that begins at the top value) matches nowhere.
 static std::vector<t_span> collect_spans(t_sweep *p_sweep, const t_tarn_ruletable *p_table,
                                          const std::vector<uint32_t> &starts)
 {
@@ -93,7 +95,8 @@ static t_events build_events(const std::vector<t_span> &spans, size_t positions)
     return events;
 }
 
-// Takes the present value to the next position. Intervals of one rule may overlap or touch, so they are counted.
+// Takes the present value to the next position. Intervals of one rule may overlap or touch, so they are
+// counted.
 static void sweep_step(t_sweep *p_sweep, std::span<const uint32_t> events)
 {
     for (uint32_t event : events) {
@@ -132,7 +135,8 @@ void tarn_compile_field(t_tarn_context *p_context, const t_tarn_ruletable *p_tab
     t_events events = build_events(collect_spans(&sweep, p_table, starts), starts.size());
     ec_table_reserve(&p_ec->ival_ec, count);
     for (size_t i = 0; i < count; i++) {
-        std::span<const uint32_t> here(events.rules.data() + events.start[i], events.start[i + 1] - events.start[i]);
+        std::span<const uint32_t> here(events.rules.data() + events.start[i],
+                                       events.start[i + 1] - events.start[i]);
         sweep_step(&sweep, here);
         bool added;
         uint32_t class_id = ec_classes_find_or_add(&p_ec->ec_bitvec, sweep.fingerprint, &added);

@@ -1,7 +1,7 @@
 // The numeric order of a stage's classes.
 //
-// Comparing two descending rule lists item by item, the shorter one being smaller where it ends, is comparing the
-// bit vectors as numbers. As many items as fit are packed into a 64-bit key and sorted by radix; runs of
+// Comparing two descending rule lists item by item, the shorter one being smaller where it ends, is comparing
+// the bit vectors as numbers. As many items as fit are packed into a 64-bit key and sorted by radix; runs of
 // equal keys are sorted again by the items behind.
 #include "tarnd/compiler/ec_classes.h"
 #include "tarnd/compiler/tarn_context.h"
@@ -28,8 +28,8 @@ struct t_run {
 struct t_sorter {
     t_tarn_context *p_context;
     const t_ec_classes *p_classes;
-    uint32_t bits;        // of one packed rule
-    uint32_t per_key;     // rules in a key
+    uint32_t bits;     // of one packed rule
+    uint32_t per_key;  // rules in a key
     std::vector<t_item> items;
     std::vector<t_item> scratch;
 };
@@ -67,7 +67,8 @@ static void radix_pass(t_tarn_context *p_context, std::span<const t_item> from, 
                        uint32_t shift)
 {
     std::array<size_t, 1 << digit_bits> place = {};
-    for_each_item(p_context, from, [&](const t_item &item) { place[item.key >> shift & (place.size() - 1)]++; });
+    for_each_item(p_context, from,
+                  [&](const t_item &item) { place[item.key >> shift & (place.size() - 1)]++; });
     size_t sum = 0;
     for (size_t &count : place)
         sum += std::exchange(count, sum);

@@ -35,7 +35,8 @@ struct t_small_tree {
     uint8_t right[small_run];
 };
 
-// The trees that the orders of inserting n keys give, for each n; a tree that more orders give stands there more often.
+// The trees that the orders of inserting n keys give, for each n; a tree that more orders give stands there
+// more often.
 struct t_small_trees {
     t_small_tree trees[1 + 2 + 6 + 24 + 120];
     uint32_t first[small_run + 1];
@@ -44,9 +45,10 @@ struct t_small_trees {
 
 }  // namespace
 
-// Lays out the keys [begin, end) from place `place` on: the key that comes first in `rank`, then its right subtree,
-// then its left.
-static constexpr void lay_out(t_small_tree *p_tree, const uint8_t *rank, uint8_t begin, uint8_t end, uint8_t place)
+// Lays out the keys [begin, end) from place `place` on: the key that comes first in `rank`, then its right
+// subtree, then its left.
+static constexpr void lay_out(t_small_tree *p_tree, const uint8_t *rank, uint8_t begin, uint8_t end,
+                              uint8_t place)
 {
     uint8_t root = begin;
     for (uint8_t key = begin; key < end; key++)
@@ -139,7 +141,8 @@ static void write_tree(t_tarn_context *p_context, const t_ec_table *p_table, t_t
     while (!pending.empty()) {
         t_run run = pending.back();
         pending.pop_back();
-        // Right subtrees follow their root in memory, so the writer goes on there and leaves the left one for later.
+        // Right subtrees follow their root in memory, so the writer goes on there and leaves the left one for
+        // later.
         while (run.end - run.begin > small_run) {
             t_run left;
             t_run right;

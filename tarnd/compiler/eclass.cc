@@ -36,9 +36,11 @@ void eclass_delete(t_ec *p_ec)
 static t_fingerprint fingerprint_of(const t_tarn_context *p_context, const t_epi *p_bitvec)
 {
     t_fingerprint fingerprint = EMPTY_FINGERPRINT;
-    for (int i = 0; i < epi_words(p_bitvec); i++)
+    for (int i = 0; i < epi_words(p_bitvec); i++) {
+        const t_fingerprint *p_keys = &p_context->p_rule_keys->keys[static_cast<size_t>(i) * 64];
         for (uint64_t word = epi_get_word(p_bitvec, i); word != 0; word &= word - 1)
-            fingerprint ^= p_context->p_rule_keys->keys[static_cast<size_t>(i * 64 + std::countr_zero(word))];
+            fingerprint ^= p_keys[std::countr_zero(word)];
+    }
     return fingerprint;
 }
 

@@ -1,8 +1,8 @@
 // t_epi: a fixed-length bit vector with one bit for each rule of a table.
 //
 // It reads as an unsigned integer of any size, so that vectors have an order: rule 0 is bit 0, the lowest.
-// A digit is one byte; the digit count has 16 bits, which limits a rule table to 524,280 rules. The storage is
-// rounded up to whole 64-bit words, and the bits beyond nbits stay 0, so that loops may go by words.
+// A digit is one byte; the digit count has 16 bits, which limits a rule table to 524,280 rules. The storage
+// is rounded up to whole 64-bit words, and the bits beyond nbits stay 0, so that loops may go by words.
 #pragma once
 
 #include <cstdint>

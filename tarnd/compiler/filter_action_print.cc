@@ -48,8 +48,8 @@ static void print_policer(const t_printer &out, const t_fp_policer &policer)
     cli_print(out.ctx, out.usid, "\t%11s %s\n", "name:", name);
     number("rate:", policer.rate);
     number("burst:", policer.burst);
-    cli_print(out.ctx, out.usid, "\t%11s %s\n", "oob-action:",
-              policer.oob_action != FP_POLICER_ACTION_DROP ? "plp-high" : "drop");
+    cli_print(out.ctx, out.usid, "\t%11s %s\n",
+              "oob-action:", policer.oob_action != FP_POLICER_ACTION_DROP ? "plp-high" : "drop");
     number("Last Seen:", policer.last_sent_ticks);
     number("Tokens:", policer.available_tokens);
     number("Drops:", static_cast<uint64_t>(policer.oob_pkts[active]));

@@ -180,8 +180,8 @@ static void set_cursors(t_tarn_context *p_context, void *p_program)
     p_context->c_table_ptr = p_next + p_context->c_num_instructions;
 }
 
-// Clears what is not covered by table entries and records: all in front of the first table, and at the end the word that
-// remains when the records needed no alignment step.
+// Clears what is not covered by table entries and records: all in front of the first table, and at the end
+// the word that remains when the records needed no alignment step.
 static void clear_unwritten(const t_tarn_context *p_context, void *p_program, uint32_t size)
 {
     size_t front = sizeof(t_tarn_program_hdr) + p_context->c_table_dir_len * sizeof(t_table_dir_entry) +

@@ -55,7 +55,8 @@ t_rbst_node *rbst_getnext(const t_rbst *p_tree, t_rbst_node *p_node);
 
 // The two nodes that follow p_node (null: from the minimum). True only if both exist; with one left it
 // stands in *pp_first.
-bool rbst_get_pair(const t_rbst *p_tree, t_rbst_node *p_node, t_rbst_node **pp_first, t_rbst_node **pp_second);
+bool rbst_get_pair(const t_rbst *p_tree, t_rbst_node *p_node, t_rbst_node **pp_first,
+                   t_rbst_node **pp_second);
 
 // Preorder: a node, then its right subtree, then its left. The callback must not change the tree.
 void rbst_traverse(t_rbst *p_tree, f_rbst_visit visit);

@@ -1,11 +1,11 @@
 // Fingerprints of rule sets.
 //
 // Each rule of a compilation has a 128-bit key, drawn from the system's random source; the fingerprint of a
-// set is the XOR of its rules' keys (A. Zobrist, "A new hashing method with application for game playing", 1970). So a
-// set that differs by a few rules costs a few XORs, and two sets are compared in one step. Two given sets that differ have
-// equal fingerprints with probability 2^-128; with the 2^26 classes that fit into the largest program, a
-// compilation is wrong with a probability below 2^-75. The keys are new in each compilation and never leave the
-// process, so a table cannot be made to collide.
+// set is the XOR of its rules' keys (A. Zobrist, "A new hashing method with application for game playing",
+// 1970). So a set that differs by a few rules costs a few XORs, and two sets are compared in one step. Two
+// given sets that differ have equal fingerprints with probability 2^-128; with the 2^26 classes that fit into
+// the largest program, a compilation is wrong with a probability below 2^-75. The keys are new in each
+// compilation and never leave the process, so a table cannot be made to collide.
 #pragma once
 
 #include <cstdint>

@@ -16,7 +16,8 @@ static constexpr uint64_t format_limit = UINT32_MAX;
 
 static uint64_t program_limit(const t_tarn_context *p_context)
 {
-    return p_context->c_program_limit == 0 ? format_limit : std::min(format_limit, p_context->c_program_limit);
+    return p_context->c_program_limit == 0 ? format_limit
+                                           : std::min(format_limit, p_context->c_program_limit);
 }
 
 // Calls step with every stage of the context, in the order of their numbers.
@@ -47,8 +48,8 @@ static e_tarn_status refuse(t_tarn_context *p_context, const t_tarn_ruletable *p
                  static_cast<unsigned long long>(known_size),
                  static_cast<unsigned long long>(program_limit(p_context)));
     else
-        TARN_LOG("Policy: %s  Compilation stopped: out of memory with %llu bytes of program known", p_table->name,
-                 static_cast<unsigned long long>(known_size));
+        TARN_LOG("Policy: %s  Compilation stopped: out of memory with %llu bytes of program known",
+                 p_table->name, static_cast<unsigned long long>(known_size));
     p_context->c_failure = failure;
     return tarn_status_fail;
 }
@@ -61,9 +62,10 @@ static void tarn_compile_fields(t_tarn_context *p_context, const t_tarn_ruletabl
     });
 }
 
-// Makes the stages of one round: neighbours by stage number are paired; one without a partner is carried to the next
-// round, where its lower number puts it first. False when the registers are used up.
-static bool make_round(t_tarn_context *p_context, const std::vector<t_ec *> &current, std::vector<t_ec *> *p_next)
+// Makes the stages of one round: neighbours by stage number are paired; one without a partner is carried to
+// the next round, where its lower number puts it first. False when the registers are used up.
+static bool make_round(t_tarn_context *p_context, const std::vector<t_ec *> &current,
+                       std::vector<t_ec *> *p_next)
 {
     if (current.size() % 2 == 1)
         p_next->push_back(current.back());
@@ -86,8 +88,9 @@ static uint64_t pair_count(const t_ec *p_ec)
     return p_ec->ec_is_intermediate ? uint64_t{p_ec->left->ec_values} * p_ec->right->ec_values : 0;
 }
 
-// What each class of stage `index` of a round adds to the program beyond the stage's own table: an action record if
-// the stage is the last, else its row in the table that it is combined into, when its partner's classes are known.
+// What each class of stage `index` of a round adds to the program beyond the stage's own table: an action
+// record if the stage is the last, else its row in the table that it is combined into, when its partner's
+// classes are known.
 static uint64_t bytes_per_class(const std::vector<t_ec *> &round, size_t index, uint64_t record_size)
 {
     if (round.size() == 1)
@@ -96,9 +99,9 @@ static uint64_t bytes_per_class(const std::vector<t_ec *> &round, size_t index, 
     return partner < round.size() ? uint64_t{TARN_ENTRY_SIZE} * round[partner]->ec_values : 0;
 }
 
-// Fills a round's new stages, the cheap ones first: while a dear one is filled its partner is known, and a program
-// that cannot fit is noticed before the dear one is complete. Numbers and results do not depend on this order.
-// False when the budget is passed.
+// Fills a round's new stages, the cheap ones first: while a dear one is filled its partner is known, and a
+// program that cannot fit is noticed before the dear one is complete. Numbers and results do not depend on
+// this order. False when the budget is passed.
 static bool fill_round(t_tarn_context *p_context, const std::vector<t_ec *> &round, uint64_t record_size)
 {
     std::vector<size_t> by_cost;
@@ -151,8 +154,8 @@ static bool tarn_compile_combined(t_tarn_context *p_context, uint64_t record_siz
 }
 
 // Writes the program of the folded stages, if it fits.
-static e_tarn_status write_program(t_tarn_context *p_context, const t_tarn_ruletable *p_table, void **pp_program,
-                                   int *p_program_len)
+static e_tarn_status write_program(t_tarn_context *p_context, const t_tarn_ruletable *p_table,
+                                   void **pp_program, int *p_program_len)
 {
     uint64_t size = tarn_program_length(p_context, p_table);
     if (size > program_limit(p_context))
@@ -179,7 +182,8 @@ static e_tarn_status compile(t_tarn_context *p_context, const t_tarn_ruletable *
     if (combined)
         return write_program(p_context, p_table, pp_program, p_program_len);
     if (p_context->c_failure == TARN_COMPILE_OVER_LIMIT)
-        return refuse(p_context, p_table, p_context->c_budget.known_size, TARN_COMPILE_OVER_LIMIT, p_program_len);
+        return refuse(p_context, p_table, p_context->c_budget.known_size, TARN_COMPILE_OVER_LIMIT,
+                      p_program_len);
     return tarn_status_fail;
 }
 
@@ -193,6 +197,7 @@ e_tarn_status tarn_compile(t_tarn_context *p_context, const t_tarn_ruletable *p_
     try {
         return compile(p_context, p_table, pp_program, p_program_len);
     } catch (const std::bad_alloc &) {
-        return refuse(p_context, p_table, p_context->c_budget.known_size, TARN_COMPILE_NO_MEMORY, p_program_len);
+        return refuse(p_context, p_table, p_context->c_budget.known_size, TARN_COMPILE_NO_MEMORY,
+                      p_program_len);
     }
 }

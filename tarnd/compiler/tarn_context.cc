@@ -10,7 +10,7 @@
 
 // The largest value of each field type, by type; types begin at 1.
 static constexpr uint32_t field_max[tarn_ip_field_type_max] = {
-    0,   255, 65535, 65535, 0xffffffff, 0xffffffff, 255, 64, 255,  65535,
+    0,    255, 65535, 65535, 0xffffffff, 0xffffffff, 255,  64,  255, 65535,
     4000, 100, 2,     255,   255,        5,          4000, 100, 5,
 };
 

@@ -5,8 +5,8 @@
 // every use, failed or not. Main thread only.
 #pragma once
 
-#include "tarnd/compiler/rbst.h"
 #include "tarnd/compiler/ec_classes.h"
+#include "tarnd/compiler/rbst.h"
 #include "tarnd/compiler/rule_keys.h"
 #include "tarnd/compiler/shape_random.h"
 #include "tarnd/compiler/tarn_program_format.h"
@@ -21,8 +21,8 @@ struct t_ec;
 
 struct t_field_info_item {
     uint32_t f_type;
-    uint32_t f_max;    // recorded, read by nobody: every field covers all 32-bit values
-    eclass_id f_id;    // stage, or 0 while the table doesn't use the field
+    uint32_t f_max;  // recorded, read by nobody: every field covers all 32-bit values
+    eclass_id f_id;  // stage, or 0 while the table doesn't use the field
 };
 
 // Why a compilation failed, for those who report it to a person.
@@ -52,8 +52,8 @@ struct t_tarn_context {
     uint32_t c_num_instructions;
     t_table_dir_entry *c_tdir_ptr;
     uint32_t *c_base_addr;
-    int c_filter_id;   // slot of the program, -1 when none
-    t_ec *c_final_ec;  // the stage with no consumer
+    int c_filter_id;                                     // slot of the program, -1 when none
+    t_ec *c_final_ec;                                    // the stage with no consumer
     t_field_info_item c_field_ec_mapping[TARN_MAX_ECS];  // by compiler field type
     uint32_t c_action_table_offset;                      // first action record, 32-bit words
     uint32_t c_ecid_table_map[TARN_MAX_ECS];             // by stage: first entry, 32-bit words
@@ -61,23 +61,23 @@ struct t_tarn_context {
     uint64_t c_program_limit;          // bytes that a program may have; 0 for no limit. Set by the owner.
     e_tarn_compile_failure c_failure;  // of the last tarn_compile
     t_compile_budget c_budget;
-    uint32_t c_num_rules;              // of the table being compiled
+    uint32_t c_num_rules;                      // of the table being compiled
     std::unique_ptr<t_rule_keys> p_rule_keys;  // fingerprint keys of the compilation
-    t_class_index c_class_index;       // of the stage being filled
-    t_shape_random c_shape;            // shapes of the tables written
-    size_t c_work;                     // steps since the priority timers were last looked at
+    t_class_index c_class_index;               // of the stage being filled
+    t_shape_random c_shape;                    // shapes of the tables written
+    size_t c_work;                             // steps since the priority timers were last looked at
 };
 
 // An empty context, or null when there is no memory. Freed by tarn_delete_context.
 t_tarn_context *tarn_context_create();
 
-// Deletes all stages and makes the context ready for the next table. Offsets of the last program's tables stay;
-// so does the limit.
+// Deletes all stages and makes the context ready for the next table. Offsets of the last program's tables
+// stay; so does the limit.
 void tarn_reinit_context(t_tarn_context *p_context);
 
 // Null is allowed.
 void tarn_delete_context(t_tarn_context *p_context);
 
-// Counts steps of about 20 ns and looks at the priority timers often enough that two looks lie well below 1 ms apart,
-// without a clock read a step.
+// Counts steps of about 20 ns and looks at the priority timers often enough that two looks lie well below 1
+// ms apart, without a clock read a step.
 void tarn_context_work(t_tarn_context *p_context, size_t steps);

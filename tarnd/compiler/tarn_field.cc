@@ -59,8 +59,8 @@ t_tarn_field *tarn_get_field_by_id(const t_tarn_rule *p_rule, tarn_field_id id)
     return tarn_find_field_by_id(p_rule, id);
 }
 
-t_tarn_field *tarn_add_range_field(t_tarn_context *p_context, t_tarn_rule *p_rule, tarn_field_id id, uint32_t a,
-                                   uint32_t b)
+t_tarn_field *tarn_add_range_field(t_tarn_context *p_context, t_tarn_rule *p_rule, tarn_field_id id,
+                                   uint32_t a, uint32_t b)
 {
     return a <= b ? tarn_add_field(p_context, p_rule, id, a, b) : tarn_add_field(p_context, p_rule, id, b, a);
 }

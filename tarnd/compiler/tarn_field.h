@@ -12,10 +12,12 @@ struct t_ec;
 struct t_epi;
 struct t_tarn_context;
 
-// The stage number of a field type (e_tarn_ip_field_type, 1 to 18) in this context; the stage is made at first use.
+// The stage number of a field type (e_tarn_ip_field_type, 1 to 18) in this context; the stage is made at
+// first use.
 tarn_field_id tarn_get_field_id(t_tarn_context *p_context, uint32_t field_type);
 
-// Makes the stage of a field type, with the end points 0 and 0xffffffff. Returns the context's latest stage number.
+// Makes the stage of a field type, with the end points 0 and 0xffffffff. Returns the context's latest stage
+// number.
 tarn_field_id tarn_field_ecid_create(t_tarn_context *p_context, uint32_t field_type);
 
 // The field type of a stage number; *p_type stays as it was when no leaf has that number.
@@ -26,8 +28,8 @@ t_tarn_field *tarn_get_field_by_id(const t_tarn_rule *p_rule, tarn_field_id id);
 t_tarn_field *tarn_find_field_by_id(const t_tarn_rule *p_rule, tarn_field_id id);
 
 // Adds the closed interval between two values, given in either order.
-t_tarn_field *tarn_add_range_field(t_tarn_context *p_context, t_tarn_rule *p_rule, tarn_field_id id, uint32_t a,
-                                   uint32_t b);
+t_tarn_field *tarn_add_range_field(t_tarn_context *p_context, t_tarn_rule *p_rule, tarn_field_id id,
+                                   uint32_t a, uint32_t b);
 
 // Adds an IPv4 prefix. address is in network order and holds prefix_len bits. A prefix_len of 0 gives the
 // single address 0, as does the 32-bit shift behind it; callers leave a match on everything out.

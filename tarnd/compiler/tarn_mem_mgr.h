@@ -1,7 +1,7 @@
 // Where programs live: the memory manager that the compiler asks for the block of a finished program.
 //
-// The daemon registers filter memory, tools and tests a heap arena. An allocator leaves the slot of the program
-// in g_filter_id, -1 when it failed; it is read right after the allocation and at no other time.
+// The daemon registers filter memory, tools and tests a heap arena. An allocator leaves the slot of the
+// program in g_filter_id, -1 when it failed; it is read right after the allocation and at no other time.
 #pragma once
 
 #include <cstddef>

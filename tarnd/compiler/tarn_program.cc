@@ -80,17 +80,19 @@ static void for_each_record(const void *p_program, f_visit visit)
     }
 }
 
-// Calls visit with every slot of the given forwarding action whose name, at name_offset in the slot, is `name`.
+// Calls visit with every slot of the given forwarding action whose name, at name_offset in the slot, is
+// `name`.
 template <typename f_visit>
-static void for_each_named(const void *p_program, uint32_t fwding_action, size_t name_offset, const char *name,
-                           f_visit visit)
+static void for_each_named(const void *p_program, uint32_t fwding_action, size_t name_offset,
+                           const char *name, f_visit visit)
 {
     for_each_record(p_program, [&](const unsigned char *p_payload) {
         for (uint32_t slot = 0; slot < MAX_ACTIONS_IN_RULE; slot++) {
             const unsigned char *p_slot = p_payload + slot * sizeof(t_tarn_filter_action);
             if (load<uint32_t>(p_slot + offsetof(t_tarn_filter_action, fwding_action)) != fwding_action)
                 continue;
-            if (strncmp(reinterpret_cast<const char *>(p_slot + name_offset), name, TARN_COUNTER_NAME_SIZE) == 0)
+            if (strncmp(reinterpret_cast<const char *>(p_slot + name_offset), name, TARN_COUNTER_NAME_SIZE) ==
+                0)
                 visit(reinterpret_cast<const t_tarn_filter_action *>(p_slot));
         }
     });
@@ -131,7 +133,8 @@ static uint8_t active_element(const uint8_t &version)
     return shared_load(version) & 1;
 }
 
-void tarn_program_get_counter(const void *p_program, const char *counter_name, int64_t *p_pkts, int64_t *p_bytes)
+void tarn_program_get_counter(const void *p_program, const char *counter_name, int64_t *p_pkts,
+                              int64_t *p_bytes)
 {
     int64_t pkts = 0;
     int64_t bytes = 0;
@@ -144,7 +147,8 @@ void tarn_program_get_counter(const void *p_program, const char *counter_name, i
     *p_bytes = bytes;
 }
 
-void tarn_program_get_policer(const void *p_program, const char *policer_name, int64_t *p_pkts, int64_t *p_bytes)
+void tarn_program_get_policer(const void *p_program, const char *policer_name, int64_t *p_pkts,
+                              int64_t *p_bytes)
 {
     int64_t pkts = 0;
     int64_t bytes = 0;
@@ -198,7 +202,8 @@ static void display_field_map(t_lconfd_context *ctx, int usid, const t_tarn_prog
                   p_header->p_prot_ecid_map[i].p_prot_field_type, p_header->p_prot_ecid_map[i].p_ec_id);
 }
 
-static void display_lookup_table(t_lconfd_context *ctx, int usid, const unsigned char *p_table, uint32_t count)
+static void display_lookup_table(t_lconfd_context *ctx, int usid, const unsigned char *p_table,
+                                 uint32_t count)
 {
     cli_print(ctx, usid, "Lookup Table:  \n");
     for (uint32_t i = 0; i < count; i++) {

@@ -77,9 +77,9 @@ struct t_tarn_program_hdr {
     char p_name[TARN_PROGRAM_NAME_SIZE];  // not terminated when full
     uint32_t p_table_dir_len;             // entries
     uint32_t p_num_instructions;
-    uint32_t p_action_table_offset;            // first action record, in 32-bit words
-    uint32_t p_ecid_table_map[TARN_MAX_ECS];   // by stage: its first entry, in 32-bit words
-    uint32_t p_pe_map_size;                    // used items of p_prot_ecid_map
+    uint32_t p_action_table_offset;                 // first action record, in 32-bit words
+    uint32_t p_ecid_table_map[TARN_MAX_ECS];        // by stage: its first entry, in 32-bit words
+    uint32_t p_pe_map_size;                         // used items of p_prot_ecid_map
     prot_ecid_entry p_prot_ecid_map[TARN_MAX_ECS];  // ascending field type
     uint32_t p_id_to_field_type[TARN_MAX_ECS];      // by stage: field type of a leaf, else 0
 };
@@ -131,8 +131,8 @@ inline void tarn_set_table_ecid(uint32_t id, uint32_t *p_word)
     *p_word |= id << 8;
 }
 
-// One entry of a lookup table; entry 0 is the root of a search tree over disjoint intervals. A child is named by
-// its offset from the first entry in 32-bit words; 0 means none, since the root is nobody's child.
+// One entry of a lookup table; entry 0 is the root of a search tree over disjoint intervals. A child is named
+// by its offset from the first entry in 32-bit words; 0 means none, since the root is nobody's child.
 struct t_tarn_table_entry {
     uint32_t low;    // inclusive
     uint32_t high;   // exclusive

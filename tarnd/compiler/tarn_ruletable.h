@@ -1,9 +1,9 @@
 // Rule tables: what the compiler compiles.
 //
 // A table is an ordered list of rules with one default action. A rule matches if every field that it has
-// matches; a field matches if any of its intervals holds the packet's value; a field type that a rule does not
-// name matches every value. The first rule that matches wins, and its action is copied into the program as
-// opaque bytes.
+// matches; a field matches if any of its intervals holds the packet's value; a field type that a rule does
+// not name matches every value. The first rule that matches wins, and its action is copied into the program
+// as opaque bytes.
 //
 // A table owns its rules and its default action, a rule its fields and its action, a field its intervals.
 // Fields are added through a compiler context (tarn_field.h), because each field type becomes a stage of that
@@ -46,8 +46,8 @@ struct t_tarn_ruletable {
     t_tarn_rule *last_rule;    // tail of rules
 };
 
-// A new table. Names are cut to 127 bytes. The default action gets action_data_len bytes of payload and flag bit 0.
-// Null when there is no memory; a length without data is an assertion.
+// A new table. Names are cut to 127 bytes. The default action gets action_data_len bytes of payload and flag
+// bit 0. Null when there is no memory; a length without data is an assertion.
 t_tarn_ruletable *tarn_ruletable_create(const char *name, const char *alias, uint32_t action_data_len,
                                         const void *action_data);
 
@@ -65,7 +65,8 @@ t_tarn_rule *tarn_get_rule_by_index(const t_tarn_ruletable *p_table, uint32_t in
 
 uint32_t tarn_get_num_rules(const t_tarn_ruletable *p_table);
 
-// Gives the rule an action with data_len bytes of payload. An action that it already has is overwritten, not freed.
+// Gives the rule an action with data_len bytes of payload. An action that it already has is overwritten, not
+// freed.
 void tarn_create_action(t_tarn_rule *p_rule, uint32_t data_len, const void *action_data);
 t_tarn_action *tarn_get_action(const t_tarn_rule *p_rule);
 
