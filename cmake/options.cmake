@@ -26,3 +26,8 @@ if(TARN_SANITIZE)
   add_compile_options(-fsanitize=${TARN_SANITIZE} -fno-sanitize-recover=all)
   add_link_options(-fsanitize=${TARN_SANITIZE})
 endif()
+
+if(TARN_LIBFUZZER)
+  # Coverage in all that the fuzz targets link; their main comes with the link option (cmake/targets.cmake).
+  add_compile_options(-fsanitize=fuzzer-no-link)
+endif()

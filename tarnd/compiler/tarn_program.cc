@@ -136,29 +136,30 @@ static uint8_t active_element(const uint8_t &version)
 void tarn_program_get_counter(const void *p_program, const char *counter_name, int64_t *p_pkts,
                               int64_t *p_bytes)
 {
-    int64_t pkts = 0;
-    int64_t bytes = 0;
+    // A wrapped sum is as good as any when the counters themselves are absurd.
+    uint64_t pkts = 0;
+    uint64_t bytes = 0;
     for_each_counter(p_program, counter_name, [&](const t_tarn_filter_action *p_slot) {
         uint8_t active = active_element(p_slot->counter.version);
-        pkts += shared_load(p_slot->counter.pkts[active]);
-        bytes += shared_load(p_slot->counter.bytes[active]);
+        pkts += static_cast<uint64_t>(shared_load(p_slot->counter.pkts[active]));
+        bytes += static_cast<uint64_t>(shared_load(p_slot->counter.bytes[active]));
     });
-    *p_pkts = pkts;
-    *p_bytes = bytes;
+    *p_pkts = static_cast<int64_t>(pkts);
+    *p_bytes = static_cast<int64_t>(bytes);
 }
 
 void tarn_program_get_policer(const void *p_program, const char *policer_name, int64_t *p_pkts,
                               int64_t *p_bytes)
 {
-    int64_t pkts = 0;
-    int64_t bytes = 0;
+    uint64_t pkts = 0;
+    uint64_t bytes = 0;
     for_each_policer(p_program, policer_name, [&](const t_tarn_filter_action *p_slot) {
         uint8_t active = active_element(p_slot->policer.version);
-        pkts += shared_load(p_slot->policer.oob_pkts[active]);
-        bytes += shared_load(p_slot->policer.oob_bytes[active]);
+        pkts += static_cast<uint64_t>(shared_load(p_slot->policer.oob_pkts[active]));
+        bytes += static_cast<uint64_t>(shared_load(p_slot->policer.oob_bytes[active]));
     });
-    *p_pkts = pkts;
-    *p_bytes = bytes;
+    *p_pkts = static_cast<int64_t>(pkts);
+    *p_bytes = static_cast<int64_t>(bytes);
 }
 
 // Moves the forwarding plane to the other element first and clears the one it left.
