@@ -147,7 +147,7 @@ static void tarn_write_action_table(t_tarn_context *p_context, const t_tarn_rule
         LUM_ASSERT(p_action != nullptr, "action");
         LUM_ASSERT(p_action->a_len == record_size, "action->a_len == record_size");
         memcpy(p_base + class_id * record_size, p_action, record_size);
-        tarn_context_work(p_context, record_size / 128 + 1);
+        tarn_context_work(p_context, record_size / 32 + 1);
     }
 }
 

@@ -7,6 +7,7 @@
 #include "tarnd/compiler/tarn_context.h"
 
 #include <cstdlib>
+#include <new>
 
 static void endpoint_add(t_ec *p_ec, uint32_t value)
 {
@@ -19,10 +20,20 @@ static void endpoint_add(t_ec *p_ec, uint32_t value)
         free(p_key);
 }
 
+// While a table is filled nobody can report a lack of memory.
+static t_ec *leaf_create(t_tarn_context *p_context)
+{
+    try {
+        return eclass_create(p_context, 1);
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
+
 tarn_field_id tarn_field_ecid_create(t_tarn_context *p_context, uint32_t field_type)
 {
     // A table has at most 18 field types, so the leaves alone never run out of registers.
-    t_ec *p_ec = eclass_create(p_context, 1);
+    t_ec *p_ec = leaf_create(p_context);
     LUM_ASSERT(p_ec, "ec");
     endpoint_add(p_ec, 0);
     endpoint_add(p_ec, 0xffffffff);
