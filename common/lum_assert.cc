@@ -1,26 +1,28 @@
 #include "common/lum_assert.h"
 
+#include "common/lum_assert_private.h"
+
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <unistd.h>
 
-// Formats on the stack and writes past stdio: the heap or a stream's lock may be what is broken.
-static void print_failure(const char *file, uint32_t line, const char *text)
+void lum_stop_print(std::string_view text)
 {
-    char message[1024];
-    int length = snprintf(message, sizeof(message), "%s:%u: failed assertion `%s'\n", file, line, text);
-    if (length < 0)
-        return;
-    size_t left =
-        static_cast<size_t>(length) < sizeof(message) ? static_cast<size_t>(length) : sizeof(message) - 1;
-    const char *p_next = message;
-    while (left > 0) {
-        ssize_t written = write(STDOUT_FILENO, p_next, left);
+    while (!text.empty()) {
+        ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
         if (written <= 0)
             return;
-        p_next += written;
-        left -= static_cast<size_t>(written);
+        text.remove_prefix(static_cast<size_t>(written));
     }
+}
+
+static void print_failure(const char *file, uint32_t line, const char *text)
+{
+    char message[1024];  // on the stack: see lum_stop_print
+    int length = snprintf(message, sizeof(message), "%s:%u: failed assertion `%s'\n", file, line, text);
+    if (length > 0)
+        lum_stop_print({message, std::min(static_cast<size_t>(length), sizeof(message) - 1)});
 }
 
 // The one deliberate null store of the system; it must survive optimisation and the sanitizers.
@@ -30,11 +32,16 @@ __attribute__((noinline, no_sanitize("undefined"))) static void store_through_nu
     *p_null = 0;  // NOLINT(clang-analyzer-core.NullDereference)
 }
 
+void lum_stop()
+{
+    store_through_null();
+    exit(0);
+}
+
 void lum_assert_fail(const char *file, uint32_t line, const char *text)
 {
     print_failure(file, line, text);
-    store_through_null();
-    exit(0);
+    lum_stop();
 }
 
 void lum_assert_trap(const char *file, uint32_t line, const char *text)

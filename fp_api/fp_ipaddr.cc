@@ -1,20 +1,19 @@
 #include "fp_api/fp_ipaddr.h"
 
 #include <cstdio>
-#include <cstring>
 
-uint32_t fp_ipaddr_v4(const t_fp_ipaddr *p_addr)
+int FP_IPADDR_CMP(const t_fp_ipaddr *p_a, const t_fp_ipaddr *p_b)
 {
-    uint32_t word;
-    memcpy(&word, p_addr->addr, sizeof(word));
-    return word;
-}
-
-void fp_ipaddr_set_v4(t_fp_ipaddr *p_addr, uint32_t host_order)
-{
-    *p_addr = {};
-    memcpy(p_addr->addr, &host_order, sizeof(host_order));
-    p_addr->addr_type = FP_AF_INET;
+    if (p_a->addr_type != p_b->addr_type)
+        return p_a->addr_type < p_b->addr_type ? -1 : 1;
+    if (FP_IPADDR_IS_V4(p_a)) {
+        uint32_t a = fp_ipaddr_v4(p_a);
+        uint32_t b = fp_ipaddr_v4(p_b);
+        return (a > b) - (a < b);
+    }
+    LUM_ASSERT_TRAP(FP_IPADDR_IS_V6(p_a), "FP_IPADDR_IS_V6(p_a)");
+    int order = memcmp(p_a->addr, p_b->addr, sizeof(p_a->addr));
+    return (order > 0) - (order < 0);
 }
 
 struct t_zero_run {
