@@ -1,0 +1,137 @@
+"""What a lab contains: files placed inside it and the programs that it starts, read from a JSON file.
+
+    {
+      "files":    {"/etc/default/sim_size": "small\n"},
+      "private":  ["/var/log"],
+      "env":      {"TARN_DEBUG": "1"},
+      "programs": [
+        {"name": "fpd", "command": ["fpd", "-f"], "ready": {"socket": "/run/fpd.sock"}, "deadline": 10}
+      ]
+    }
+
+Every member may be missing. Files may only stand below private folders, so that nothing of the host is written.
+Unknown members are refused: a mistyped one would otherwise be a lab that silently lacks something.
+"""
+import dataclasses
+import json
+import os
+import posixpath
+import re
+
+from .errors import USAGE, LabError
+
+PRIVATE_FOLDERS = ("/run", "/dev/shm", "/tmp", "/boot", "/etc")  # /var/run is a link to /run
+DEFAULT_DEADLINE = 10.0  # seconds
+NAME = re.compile(r"[A-Za-z0-9][A-Za-z0-9_.-]{0,31}")
+
+# When a program counts as ready, and the type of the condition's value. `log` looks at lines of the program's own
+# output, `syslog` at records of the lab's /dev/log; both at what comes after the program's start. `exit` is for
+# set-up steps: ready when the program has ended with that status.
+READY_KINDS = {"file": str, "socket": str, "log": str, "syslog": str, "exit": int}
+
+
+@dataclasses.dataclass
+class Program:
+    name: str  # also names its output file
+    command: list  # without a slash the first word is looked up in the bin folder, then in PATH
+    ready: dict  # one entry of READY_KINDS; empty: ready once started
+    deadline: float  # seconds from the start until ready
+    env: dict
+
+
+@dataclasses.dataclass
+class Config:
+    files: dict  # path inside the lab -> content
+    private: list  # further folders that get an empty private copy
+    env: dict
+    programs: list
+
+    def to_dict(self):
+        return dataclasses.asdict(self)
+
+
+def load(path):
+    """The configuration in a file; the empty one without a file."""
+    if path is None:
+        return parse({}, "no configuration")
+    try:
+        with open(path, encoding="utf-8") as file:
+            return parse(json.load(file), path)
+    except OSError as error:
+        raise LabError(f"{path}: {error.strerror}", USAGE) from error
+    except ValueError as error:  # JSON and UTF-8 errors
+        raise LabError(f"{path}: {error}", USAGE) from error
+
+
+def parse(data, source):
+    """Checks a decoded configuration; `source` names it in errors."""
+    check = _Check(source)
+    check.members(data, "the configuration", ("files", "private", "env", "programs"))
+    private = [check.private_folder(p) for p in check.typed(data.get("private", []), list, "private")]
+    files = check.texts(data.get("files", {}), "files")
+    for target in files:
+        check.placed_file(target, [*PRIVATE_FOLDERS, *private])
+    programs = [check.program(p) for p in check.typed(data.get("programs", []), list, "programs")]
+    names = [program.name for program in programs]
+    for name in names:
+        check.require(names.count(name) == 1, f"two programs are named {name}")
+    return Config(files, private, check.texts(data.get("env", {}), "env"), programs)
+
+
+class _Check:
+    """The rules of the file. Each failure names the file and the place."""
+
+    def __init__(self, source):
+        self.source = source
+
+    def require(self, good, problem):
+        if not good:
+            raise LabError(f"{self.source}: {problem}", USAGE)
+
+    def typed(self, value, kind, where):
+        good = isinstance(value, kind) and not isinstance(value, bool)
+        self.require(good, f"{where} must be {_KIND_TEXTS[kind]}")
+        return value
+
+    def members(self, value, where, known):
+        self.typed(value, dict, where)
+        for member in value:
+            self.require(member in known, f'{where} has the unknown member "{member}" (known: {", ".join(known)})')
+
+    def texts(self, value, where):
+        for key, text in self.typed(value, dict, where).items():
+            self.typed(text, str, f"{where}: {key}")
+        return value
+
+    def private_folder(self, path):
+        self.typed(path, str, "private")
+        good = path == posixpath.normpath(path) and path.startswith("/") and path not in ("/", "/dev", "/proc")
+        self.require(good and os.path.isdir(path), f"private: {path} is not an absolute path of a folder")
+        return path
+
+    def placed_file(self, path, private):
+        inside = any(path.startswith(folder + "/") for folder in private)
+        self.require(inside and path == posixpath.normpath(path),
+                     f"files: {path} does not stand below a private folder ({', '.join(private)})")
+
+    def program(self, data):
+        self.members(data, "a program", ("name", "command", "ready", "deadline", "env"))
+        name = self.typed(data.get("name"), str, "a program's name")
+        self.require(NAME.fullmatch(name) and name not in ("syslog", "lab"), f'"{name}" cannot name a program')
+        command = self.typed(data.get("command"), list, f"{name}: command")
+        self.require(command and all(isinstance(word, str) for word in command),
+                     f"{name}: command must be a list of words")
+        deadline = self.typed(data.get("deadline", DEFAULT_DEADLINE), (int, float), f"{name}: deadline")
+        self.require(deadline > 0, f"{name}: deadline must be above 0")
+        return Program(name, command, self.ready(data.get("ready", {}), name), float(deadline),
+                       self.texts(data.get("env", {}), f"{name}: env"))
+
+    def ready(self, value, name):
+        self.members(value, f"{name}: ready", tuple(READY_KINDS))
+        self.require(len(value) <= 1, f"{name}: ready takes one condition")
+        for kind, wanted in value.items():
+            self.typed(wanted, READY_KINDS[kind], f"{name}: ready: {kind}")
+        return value
+
+
+_KIND_TEXTS = {list: "a list", dict: "an object", str: "a text", int: "a whole number", (int, float): "a number"}

@@ -1,0 +1,131 @@
+#include "tarnd/core/tarn_start.h"
+
+#include "common/lum_log.h"
+#include "common/priority_timers.h"
+#include "common/timer.h"
+#include "tarnd/compiler/tarn_context.h"
+#include "tarnd/compiler/tarn_mem_mgr.h"
+#include "tarnd/core/tarn_main.h"
+#include "tarnd/core/tarn_system_message.h"
+
+#include <cstdio>
+#include <syslog.h>
+#include <unistd.h>
+#include <utility>
+
+static int name_host(t_tarn *)
+{
+    if (gethostname(g_hostname, sizeof(g_hostname)) != 0)
+        snprintf(g_hostname, sizeof(g_hostname), "Plinth");
+    return 0;
+}
+
+static int open_log(t_tarn *)
+{
+    openlog(g_progname, LOG_PID | LOG_NDELAY, LOG_LOCAL7);
+    tarn_system_message(TARN_MSG_STARTING);
+    return 0;
+}
+
+static int bind_hw_api(t_tarn *p_tarn)
+{
+    p_tarn->p_hwapi = &g_tarn_octeon_api;
+    return 0;
+}
+
+static void run_high_timers(void *p_ctx, uint32_t budget_ms)
+{
+    timer_exec(static_cast<t_tarn *>(p_ctx)->p_timer_mgr, TIMER_PRI_MASK_HIGH, budget_ms);
+}
+
+// The timers, and with them the long loops' way to keep the urgent ones alive.
+static int start_timers(t_tarn *p_tarn)
+{
+    int status = tarn_base_timer_init(p_tarn);
+    if (status == 0)
+        tarn_priority_timers_register(run_high_timers, p_tarn, &p_tarn->last_hello_time);
+    return status;
+}
+
+static void stop_timers(t_tarn *p_tarn)
+{
+    tarn_priority_timers_register(nullptr, nullptr);
+    tarn_base_timer_destroy(p_tarn);
+}
+
+static int start_filter(t_tarn *p_tarn)
+{
+    return p_tarn->p_hwapi->filter_init(p_tarn, 1);
+}
+
+static void stop_filter(t_tarn *p_tarn)
+{
+    tarn_register_mem_mgr(nullptr);
+    p_tarn->p_hwapi->filter_destroy();
+}
+
+// The compiler allocates its programs in filter memory.
+static int register_filter_memory(t_tarn *p_tarn)
+{
+    t_tarn_mem_mgr mgr = {p_tarn->p_hwapi->filter_mem_alloc, p_tarn->p_hwapi->filter_mem_free};
+    tarn_register_mem_mgr(&mgr);
+    return 0;
+}
+
+static int create_context(t_tarn *p_tarn)
+{
+    p_tarn->p_context = tarn_context_create();
+    return p_tarn->p_context != nullptr ? 0 : TARN_INIT_NO_MEMORY;
+}
+
+static void delete_context(t_tarn *p_tarn)
+{
+    tarn_delete_context(std::exchange(p_tarn->p_context, nullptr));
+}
+
+static void close_log(t_tarn *)
+{
+    closelog();
+}
+
+static const f_tarn_stop after_event[] = {tarn_event_destroy};
+static const f_tarn_stop after_timers[] = {stop_timers, tarn_event_destroy};
+static const f_tarn_stop after_filter[] = {stop_filter, stop_timers, tarn_event_destroy};
+
+static const t_tarn_start_step start_steps[] = {
+    {"host name", name_host, {}},
+    {"log", open_log, {}},
+    {"event base", tarn_event_create, {}},
+    {"forwarding-plane operations", bind_hw_api, {}},
+    {"timers", start_timers, after_event},
+    {"filter memory", start_filter, after_timers},
+    {"program memory", register_filter_memory, {}},
+    {"compiler context", create_context, after_filter},
+};
+
+static const f_tarn_stop stop_order[] = {delete_context, stop_filter, stop_timers, tarn_event_destroy, close_log};
+
+std::span<const t_tarn_start_step> g_tarn_start_steps = start_steps;
+std::span<const f_tarn_stop> g_tarn_stop_order = stop_order;
+
+int tarn_init(t_tarn *p_tarn)
+{
+    for (const t_tarn_start_step &step : g_tarn_start_steps) {
+        int status = step.start(p_tarn);
+        if (status == 0)
+            continue;
+        for (f_tarn_stop stop : step.unwinding)
+            stop(p_tarn);
+        return status;
+    }
+    TARN_LOG("Initialization - Stage 1 complete");
+    TARN_LOG("Initialization - Stage 2 complete");
+    return 0;
+}
+
+int tarn_destroy(t_tarn *p_tarn)
+{
+    for (f_tarn_stop stop : g_tarn_stop_order)
+        stop(p_tarn);
+    return 0;
+}

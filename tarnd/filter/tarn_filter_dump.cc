@@ -1,0 +1,93 @@
+// The three dumps of filter memory.
+#include "common/cli_print.h"
+#include "fp_api/fp_scaling.h"
+#include "fp_api/fp_tables.h"
+#include "libcvmx/sim/_cvmx-clock.h"
+#include "tarnd/compiler/tarn_program.h"
+#include "tarnd/filter/tarn_if_octeon.h"
+#include "tarnd/filter/tarn_if_octeon_private.h"
+
+static bool is_shown(const t_tarn_filter &filter)
+{
+    return filter.record_valid || filter.activity;
+}
+
+static int shown(uint32_t value)
+{
+    return static_cast<int>(value);
+}
+
+static void print_slot_titles(t_lconfd_context *ctx, int usid)
+{
+    cli_print(ctx, usid, "%-5s\t%-5s\t%-8s\t%-13s\t%-8s\n", "Index", "Valid", "HW Index", "Num HW Blocks", "Activity");
+}
+
+static void print_slot(t_lconfd_context *ctx, int usid, int index)
+{
+    const t_tarn_filter &filter = g_fp_filter[index];
+    cli_print(ctx, usid, "%5d\t%5d\t%8d\t%13d\t%8d\n", index, filter.record_valid, shown(filter.hw_index),
+              shown(filter.num_hw_mem_blocks), filter.activity);
+}
+
+void tarn_oct_filter_stats_dump(t_lconfd_context *ctx, int usid, int)
+{
+    int filters = 0;
+    uint32_t blocks = 0;
+    print_slot_titles(ctx, usid);
+    for (int i = 0; i < g_fp_scaling.num_filters; i++) {
+        if (!is_shown(g_fp_filter[i]))
+            continue;
+        print_slot(ctx, usid, i);
+        filters++;
+        blocks += g_fp_filter[i].num_hw_mem_blocks;
+    }
+    cli_print(ctx, usid, "Number of filters: %d/%d\n", filters, g_fp_scaling.num_filters);
+    cli_print(ctx, usid, "Number of blocks used: %d/%d\n", shown(blocks), g_fp_scaling.num_filter_blocks);
+    cli_print(ctx, usid, "\n");
+}
+
+void tarn_oct_filter_table_dump(t_lconfd_context *ctx, int usid, int)
+{
+    print_slot_titles(ctx, usid);
+    for (int i = 0; i < g_fp_scaling.num_filters; i++)
+        if (is_shown(g_fp_filter[i]))
+            print_slot(ctx, usid, i);
+    cli_print(ctx, usid, "\n\n");
+    for (int i = 0; i < g_fp_scaling.num_filters; i++) {
+        if (!is_shown(g_fp_filter[i]))
+            continue;
+        cli_print(ctx, usid, "FILTER %5d Activity: %d\n", i, g_fp_filter[i].activity);
+        cli_print(ctx, usid, "====== %5s\n\n", "=====");
+        tarn_display_program(ctx, usid, &g_fp_filter_mem_block[g_fp_filter[i].hw_index], ftm_oct_filter_action_dump);
+    }
+    cli_print(ctx, usid, "\t%11s: %lu\n", "Clock Rate", static_cast<unsigned long>(cvmx_clock_get_rate(CVMX_CLOCK_CORE)));
+}
+
+static int print_used_run(t_lconfd_context *ctx, int usid, int start)
+{
+    const t_tarn_mem_node &node = tarn_mem[start];
+    const t_tarn_filter &filter = g_fp_filter[node.filter_id];
+    int end = start + shown(node.num_hw_blocks);
+    cli_print(ctx, usid, "Used Block start index: %d/%u - end index %d (#%u/%u)\n", start, filter.hw_index, end,
+              node.num_hw_blocks, filter.num_hw_mem_blocks);
+    cli_print(ctx, usid, "\tFilterId: %u\n", node.filter_id);
+    return end;
+}
+
+static int print_free_run(t_lconfd_context *ctx, int usid, int start)
+{
+    int end = start;
+    while (end < g_fp_scaling.num_filter_blocks && !tarn_mem[end].is_allocated)
+        end++;
+    cli_print(ctx, usid, "Free Block start index: %d - end index %d\n", start, end);
+    return end;
+}
+
+void tarn_oct_filter_memory_map_dump(t_lconfd_context *ctx, int usid, int)
+{
+    cli_print(ctx, usid, "Dumping the filter memory map");
+    cli_print(ctx, usid, "\n\n");
+    for (int i = 0; i < g_fp_scaling.num_filter_blocks;)
+        i = tarn_mem[i].is_allocated ? print_used_run(ctx, usid, i) : print_free_run(ctx, usid, i);
+    cli_print(ctx, usid, "\n");
+}
