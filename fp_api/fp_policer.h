@@ -17,13 +17,13 @@ enum e_fp_policer_drop_action : uint32_t {
 inline constexpr size_t FP_POLICER_NAME_SIZE = 64;
 
 struct t_fp_policer {
-    uint8_t version;           // active element of oob_pkts and oob_bytes
+    uint8_t version;  // active element of oob_pkts and oob_bytes
     uint8_t reserved0[7];
     uint64_t rate;             // clock ticks for each byte
     uint64_t burst;            // clock ticks that the bucket holds
     uint64_t last_sent_ticks;  // clock at the last packet
     uint64_t available_tokens;
-    int64_t oob_pkts[2];       // packets out of bounds
+    int64_t oob_pkts[2];  // packets out of bounds
     int64_t oob_pkt_snapshot;
     int64_t oob_bytes[2];
     e_fp_policer_drop_action oob_action;

@@ -138,6 +138,13 @@ TEST_F(CompilerOracle, LargerTablesEqualThePlainCompilerToo)
     EXPECT_GT(compared, 15);
 }
 
+using CompilerSoak = CompilerOracle;
+
+TEST_F(CompilerSoak, ContentEqualsThatOfThePlainCompiler)
+{
+    compare_tables(100'000'000, 60'000);
+}
+
 struct CompilerRefusal : CompilerOracle {
     t_compiled compile_under(const t_policy &policy, uint64_t limit)
     {
@@ -258,6 +265,13 @@ TEST_F(CompilerVerdict, EqualsTheFirstMatchingRuleC)
 TEST_F(CompilerVerdict, ShortRunEqualsTheFirstMatchingRule)
 {
     check_verdicts(40'000, 200'000);
+}
+
+using CompilerVerdictSoak = CompilerVerdict;
+
+TEST_F(CompilerVerdictSoak, EqualsTheFirstMatchingRule)
+{
+    check_verdicts(1'000'000, 200'000'000);
 }
 
 // Policy number `index` of all those with up to three rules over two types whose conditions are none or one
