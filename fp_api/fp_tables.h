@@ -18,7 +18,7 @@
 // ---- The list ----
 
 // A row of the list. The sizes of all tables are known once the scaling is.
-struct t_fp_shmem {
+struct t_fp_shmem {                // NOLINT(clang-analyzer-optin.performance.Padding): the order is fixed
     void **pp_rec_tbl;             // the global, or the first of its array
     int record_size;               // bytes
     const int *p_num_tbl_entries;  // the count, a field of g_fp_scaling
