@@ -14,12 +14,14 @@
 #include "tarnd/compiler/tarn_mem_mgr.h"
 #include "tools/header_source.h"
 #include "tools/heap_arena.h"
+#include "tools/rule_compile.h"
 #include "tools/rule_fields.h"
 #include "tools/rule_generator.h"
 #include "tools/rule_loader.h"
 
 #include <CLI/CLI.hpp>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -41,6 +43,7 @@ struct t_options {
 
 // One compilation. Times in milliseconds.
 struct t_compiled {
+    uint32_t right_classes;  // most classes of a stage that is the right input of another
     double fill_ms;
     double compile_ms;
     e_tarn_status status;
@@ -63,13 +66,15 @@ constexpr double mb = 1e6;
 
 }  // namespace
 
-static uint64_t count_entries(const t_tarn_context *p_context)
+static void count_stages(const t_tarn_context *p_context, t_compiled *p_result)
 {
-    uint64_t entries = 0;
     for (t_rbst_node *p_node = rbst_first(&p_context->c_ecs); p_node != nullptr;
-         p_node = rbst_getnext(&p_context->c_ecs, p_node))
-        entries += static_cast<const t_ec *>(p_node->data)->ival_ec.count;
-    return entries;
+         p_node = rbst_getnext(&p_context->c_ecs, p_node)) {
+        const t_ec *p_ec = static_cast<const t_ec *>(p_node->data);
+        p_result->entries += p_ec->ival_ec.count;
+        if (p_ec->root != nullptr && p_ec->root->right == p_ec)
+            p_result->right_classes = std::max(p_result->right_classes, p_ec->ec_values);
+    }
 }
 
 // Bytes of a field of /proc/self/status that the kernel gives in kB.
@@ -114,7 +119,7 @@ static t_compiled compile_once(t_tarn_context *p_context, const t_rule_set &set,
     result.compile_ms = bench_ms_since(start);
     if (p_peak_mb != nullptr)
         *p_peak_mb = (status_bytes("VmHWM:") - before) / mb;
-    result.entries = count_entries(p_context);
+    count_stages(p_context, &result);
     tarn_reinit_context(p_context);
     tarn_delete_ruletable(p_table);
     return result;
@@ -220,6 +225,12 @@ static void print_titles()
            "peer ms", "ratio", "peer M/s", "ratio");
 }
 
+// The multiplier of an instruction has 16 bits; with more classes on the right the program's keys collide.
+static bool program_is_right(const t_compiled &compiled)
+{
+    return compiled.right_classes < RIGHT_INPUT_CLASS_LIMIT;
+}
+
 static void print_row(const t_options &options, const t_rule_set &set, std::span<const uint32_t> order)
 {
     t_figures figures = measure_compilation(options, set, order);
@@ -234,6 +245,10 @@ static void print_row(const t_options &options, const t_rule_set &set, std::span
            static_cast<unsigned long long>(figures.last.entries),
            figures.compile_ms * 1e6 / static_cast<double>(figures.last.entries));
 
+    if (!program_is_right(figures.last)) {
+        printf(" | no look-ups: %u classes on the right of a stage\n", figures.last.right_classes);
+        return;
+    }
     std::string error;
     const auto *p_bytes = static_cast<const std::byte *>(figures.last.p_program);
     fp_walker_ptr walker = fp_walker_open({p_bytes, static_cast<size_t>(figures.last.length)}, &error);

@@ -91,7 +91,7 @@ static void report_stages(t_tarn_context *p_context, t_compile_result *p_result)
                                     .left = p_ec->left != nullptr ? p_ec->left->ec_id : 0,
                                     .right = p_ec->right != nullptr ? p_ec->right->ec_id : 0,
                                     .is_right_input = false,
-                                    .is_complete = p_ec->ec_is_intermediate == 0 || p_ec->left != nullptr,
+                                    .is_complete = p_ec->ec_is_complete != 0,
                                     .classes = p_ec->ec_values,
                                     .entries = 0,
                                     .table_bytes = 0});
@@ -186,7 +186,8 @@ std::vector<t_stage_report> stages_misclassifying(std::span<const t_stage_report
 {
     std::vector<t_stage_report> found;
     std::copy_if(stages.begin(), stages.end(), std::back_inserter(found), [](const t_stage_report &stage) {
-        return stage.is_complete && stage.is_right_input && stage.classes >= RIGHT_INPUT_CLASS_LIMIT;
+        // The classes found when a compilation stopped are a lower bound, which is enough.
+        return stage.is_right_input && stage.classes >= RIGHT_INPUT_CLASS_LIMIT;
     });
     return found;
 }
@@ -200,6 +201,7 @@ std::string stage_name(const t_stage_report &stage)
 
 std::string stage_misclassifies_print(const t_stage_report &stage)
 {
-    return stage_name(stage) + " has " + std::to_string(stage.classes) +
+    return stage_name(stage) + (stage.is_complete ? " has " : " has at least ") +
+           std::to_string(stage.classes) +
            " classes and is a right input: the multiplier ends at 65535 and the program would misclassify";
 }

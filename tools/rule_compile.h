@@ -23,7 +23,7 @@ struct t_stage_report {
     uint32_t left;        // inputs of a combination; 0 for a leaf
     uint32_t right;
     bool is_right_input;
-    bool is_complete;  // false: the compilation stopped in it, and its classes are not known
+    bool is_complete;  // false: the compilation stopped before its end, and has found at least `classes`
     uint32_t classes;
     uint32_t entries;  // these two are known only with a program
     uint64_t table_bytes;
