@@ -23,7 +23,9 @@ build-%: packages
 	@cmake --preset $* --log-level=NOTICE
 	@cmake --build --preset $* -j $(JOBS)
 
-demo: build-release
+demo: packages
+	@cmake --preset release --log-level=NOTICE
+	@cmake --build --preset release -j $(JOBS) --target tarnc rulegen
 	@scripts/demo
 
 # The full set with sanitizers, then the death tests and a short set against the build that ships.
