@@ -14,11 +14,11 @@
 // Runs due high-priority timers for at most budget_ms.
 using f_priority_timers_run = void (*)(void *p_ctx, uint32_t budget_ms);
 
-// Names the function that runs the timers; null takes it back. p_ctx is handed to each run. *p_last_run, when given,
-// holds the monotonic time of the last run; it is read and written by each call, and is the caller's.
+// Names the function that runs the timers; null takes it back. p_ctx is handed to each run. *p_last_run, when
+// given, holds the monotonic time of the last run; it is read and written by each call, and is the caller's.
 void tarn_priority_timers_register(f_priority_timers_run run, void *p_ctx, timespec *p_last_run = nullptr);
 
-// True when a run function is registered, so that a loop may size its batches.
+// True when a run function is registered.
 bool tarn_priority_timers_active();
 
 // Returns 0.

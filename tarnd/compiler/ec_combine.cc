@@ -1,12 +1,14 @@
 // How the pairs are combined without ANDing vectors.
 //
 // A row is one class of ec1. The fingerprint of the pair (row, column) is the XOR of the keys of the rules in
-// both. It is put together from three parts:
-//   the column's fixed part   rules of the column that every row has (common to ec1); computed once
-//   the row's base            rules of the row that every column has (common to ec2), and the rules common to
-//   both touches                   rules that stand in the lists of both: each rule of the row's list is
-//   XORed into the
-//                             columns that have it
+// both, put together from three parts:
+//
+// - the column's fixed part: rules of the column that every row has (common to ec1), computed once;
+// - the row's base: rules of the row that every column has (common to ec2), and the rules common to both;
+// - touches: rules that stand in the lists of both. Each rule of the row's list is XORed into the columns
+// that
+//   have it.
+//
 // Real rules leave most fields open, so lists are short and touches few; what remains per pair is one look-up
 // of a fingerprint. A set's rules are put together only when the set is new.
 #include "tarnd/compiler/eclass.h"

@@ -85,7 +85,7 @@ static bool make_round(t_tarn_context *p_context, const std::vector<t_ec *> &cur
 
 static uint64_t pair_count(const t_ec *p_ec)
 {
-    return p_ec->ec_is_intermediate ? uint64_t{p_ec->left->ec_values} * p_ec->right->ec_values : 0;
+    return uint64_t{p_ec->left->ec_values} * p_ec->right->ec_values;
 }
 
 // What each class of stage `index` of a round adds to the program beyond the stage's own table: an action
