@@ -5,9 +5,7 @@
 //
 // - the column's fixed part: rules of the column that every row has (common to ec1), computed once;
 // - the row's base: rules of the row that every column has (common to ec2), and the rules common to both;
-// - touches: rules that stand in the lists of both. Each rule of the row's list is XORed into the columns
-// that
-//   have it.
+// - touches: rules in the lists of both, each XORed into the columns that have it.
 //
 // Real rules leave most fields open, so lists are short and touches few; what remains per pair is one look-up
 // of a fingerprint. A set's rules are put together only when the set is new.
