@@ -32,10 +32,8 @@ static_assert(offsetof(t_dll, count) == 16);
 static_assert(std::is_standard_layout_v<t_dll>);
 
 // The record of the given type whose member is the node. p_node must not be null.
-// NOLINTBEGIN(bugprone-macro-parentheses): a type and a member cannot stand in parentheses
 #define DLL_RECORD(p_node, type, member)                                                                     \
     static_cast<type *>(static_cast<void *>(reinterpret_cast<char *>(p_node) - offsetof(type, member)))
-// NOLINTEND(bugprone-macro-parentheses)
 
 // What must hold before a node goes into a list: the node is on no list, and the count fits the ends.
 inline void dll_assert_insertable(const t_dll *p_dll, const t_dlnode *p_newnode)

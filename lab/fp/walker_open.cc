@@ -134,7 +134,7 @@ static bool lookup_stage_check(t_opening *p_opening, uint32_t number, uint32_t w
 static bool lookup_table_open(t_opening *p_opening, uint32_t number)
 {
     const t_table_dir_entry &item = p_opening->dir[number];
-    uint32_t word;
+    uint32_t word = 0;
     if (!table_header_open(p_opening, number, &word) || !lookup_stage_check(p_opening, number, word))
         return false;
     uint32_t count = item.t_num_table_entries;
@@ -187,7 +187,7 @@ static bool action_records_check(t_opening *p_opening, uint32_t number)
 static bool action_table_open(t_opening *p_opening)
 {
     uint32_t number = p_opening->hdr.p_table_dir_len - 1;
-    uint32_t word;
+    uint32_t word = 0;
     if (!table_header_open(p_opening, number, &word))
         return false;
     if (word != tarn_index_action)
