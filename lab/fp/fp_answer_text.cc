@@ -1,0 +1,92 @@
+// Answers as text: members in the order of the answer, arrays of objects as tables.
+#include "lab/fp/fp_service.h"
+
+#include <algorithm>
+#include <nlohmann/json.hpp>
+#include <string_view>
+#include <vector>
+
+// A cell or value: text without quotes, truth as yes and no, and no control characters.
+static std::string value_text(const fp_json &value)
+{
+    if (value.is_boolean())
+        return value.get<bool>() ? "yes" : "no";
+    std::string text = value.is_string() ? value.get<std::string>() : fp_answer_line(value);
+    std::replace_if(
+        text.begin(), text.end(), [](unsigned char c) { return c < ' ' || c == 127; }, '?');
+    return text;
+}
+
+using t_row = std::vector<std::string>;
+
+static std::vector<t_row> table_rows(const fp_json &objects)
+{
+    std::vector<t_row> rows(1);  // names of all members, as they first come up
+    for (const fp_json &object : objects) {
+        for (const auto &[name, value] : object.items()) {
+            if (std::find(rows[0].begin(), rows[0].end(), name) == rows[0].end())
+                rows[0].push_back(name);
+        }
+    }
+    for (const fp_json &object : objects) {
+        t_row row;
+        for (const std::string &name : rows[0])
+            row.push_back(object.contains(name) ? value_text(object[name]) : "-");
+        rows.push_back(row);
+    }
+    return rows;
+}
+
+static std::string table_text(const fp_json &objects)
+{
+    std::vector<t_row> rows = table_rows(objects);
+    std::vector<size_t> widths(rows[0].size());
+    for (const t_row &row : rows) {
+        for (size_t i = 0; i < row.size(); i++)
+            widths[i] = std::max(widths[i], row[i].size());
+    }
+    std::string text;
+    for (const t_row &row : rows) {
+        for (size_t i = 0; i < row.size(); i++) {
+            text += "  " + row[i];
+            if (i + 1 < row.size())
+                text.append(widths[i] - row[i].size(), ' ');
+        }
+        text += '\n';
+    }
+    return text;
+}
+
+// The actions of one packet have few members in common: a line each.
+static std::string action_text(const fp_json &action)
+{
+    std::string text = "  " + value_text(action["slot"]) + ": " + value_text(action["action"]);
+    for (const auto &[name, value] : action.items()) {
+        if (name != "slot" && name != "action")
+            text += ' ' + name + '=' + value_text(value);
+    }
+    return text + '\n';
+}
+
+static std::string array_text(const std::string &name, const fp_json &array)
+{
+    if (array.empty())
+        return name + ": none\n";
+    std::string text = name + ":\n";
+    if (name != "actions")
+        return text + table_text(array);
+    for (const fp_json &action : array)
+        text += action_text(action);
+    return text;
+}
+
+std::string fp_answer_text(const fp_json &answer)
+{
+    std::string text;
+    for (const auto &[name, value] : answer.items()) {
+        if (name == "ok" || name == "request")
+            continue;
+        text += value.is_array() ? array_text(name, value) : name + ": " + value_text(value) + '\n';
+    }
+    return text;
+}

@@ -1,0 +1,155 @@
+// Replaying a capture file through a filter.
+#include "lab/fp/fp_fields.h"
+#include "lab/fp/fp_packet.h"
+#include "lab/fp/fp_pcap.h"
+#include "lab/fp/fp_service_private.h"
+
+#include <algorithm>
+#include <map>
+#include <nlohmann/json.hpp>
+
+struct t_record_hits {
+    uint64_t packets;
+    uint64_t bytes;
+    uint64_t policer_drops;
+    bool is_default;
+    e_fp_decision decision;
+    uint32_t plain_action;
+};
+
+struct t_fp_replay {
+    t_fp_service *p_service;
+    t_fp_request request;
+    fp_pcap_ptr pcap;
+    t_fp_sidecar sidecar;
+    uint64_t now;      // clock at the last frame
+    uint64_t time_ns;  // of the last frame in the file; 0 before the first
+    t_fp_frame_stats frames;
+    t_fp_filter_stats counts;
+    std::map<uint32_t, t_record_hits> records;  // by number
+    std::string program_error;                  // why the last packet met no program
+    std::string error;                          // that ended the replay
+};
+
+void t_fp_replay_deleter::operator()(t_fp_replay *p_replay) const
+{
+    delete p_replay;
+}
+
+fp_replay_ptr fp_replay_start(t_fp_service *p_service, const t_fp_request &request, std::string *p_error)
+{
+    fp_replay_ptr replay(new t_fp_replay());
+    replay->p_service = p_service;
+    replay->request = request;
+    replay->now = fp_clock_now(&p_service->clock);
+    replay->pcap = fp_pcap_open(request.file, p_error);
+    if (replay->pcap == nullptr)
+        return nullptr;
+    if (request.sidecar && !fp_sidecar_open(fp_sidecar_path(request.file), &replay->sidecar, p_error))
+        return nullptr;
+    return replay;
+}
+
+// Moves the clock on by the frame's distance from the one before. Frames out of order have none; a pause
+// longer than an hour, by which every bucket is full, counts as an hour.
+static void clock_follow(t_fp_replay *p_replay, const t_fp_frame &frame)
+{
+    static constexpr uint64_t second_ns = 1000000000;
+    static constexpr uint64_t longest_ns = 3600 * second_ns;
+    t_fp_clock *p_clock = &p_replay->p_service->clock;
+    int64_t distance = static_cast<int64_t>(frame.time_ns - p_replay->time_ns);
+    bool is_later = p_replay->time_ns != 0 && distance > 0;
+    uint64_t elapsed_ns = is_later ? std::min(static_cast<uint64_t>(distance), longest_ns) : 0;
+    uint64_t rate = p_clock->ticks_per_second;
+    // Seconds and remainder apart, since an hour of nanoseconds times a rate would overflow.
+    uint64_t ticks = elapsed_ns / second_ns * rate + elapsed_ns % second_ns * rate / second_ns;
+    p_replay->now = fp_clock_at(p_clock, p_replay->now + ticks);
+    p_replay->time_ns = frame.time_ns;
+}
+
+static void frame_count(t_fp_frame_stats *p_frames, e_fp_decode decode, bool is_fragment)
+{
+    p_frames->frames++;
+    p_frames->not_ip += decode == FP_DECODE_NOT_IP;
+    p_frames->truncated += decode == FP_DECODE_TRUNCATED;
+    p_frames->malformed += decode == FP_DECODE_MALFORMED;
+    p_frames->fragments += is_fragment;
+}
+
+static void outcome_count(t_fp_replay *p_replay, const t_fp_outcome &outcome, uint32_t bytes)
+{
+    p_replay->program_error = outcome.p_error != nullptr ? *outcome.p_error : "";
+    fp_filter_stats_count(&p_replay->counts, outcome, bytes);
+    if (outcome.record == FP_NO_RECORD)
+        return;
+    t_record_hits *p_hits = &p_replay->records[outcome.record];
+    p_hits->packets++;
+    p_hits->bytes += bytes;
+    p_hits->policer_drops += outcome.policer_drop;
+    p_hits->is_default = outcome.is_default;
+    p_hits->decision = outcome.decision;
+    p_hits->plain_action = outcome.plain_action;
+}
+
+// False on an error in the sidecar.
+static bool frame_send(t_fp_replay *p_replay, const t_fp_frame &frame)
+{
+    t_fp_header extra = fp_header_blank();
+    if (p_replay->request.sidecar && !fp_sidecar_next(&p_replay->sidecar, &extra, &p_replay->error))
+        return false;
+    t_fp_packet packet = {};
+    e_fp_decode decode = fp_packet_decode(frame.bytes, &packet);
+    frame_count(&p_replay->frames, decode, packet.is_fragment);
+    frame_count(&p_replay->p_service->frames, decode, packet.is_fragment);
+    clock_follow(p_replay, frame);
+    if (decode != FP_DECODE_OK)
+        return true;
+    for (size_t type = 0; type < std::size(extra.values); type++)
+        packet.header.values[type] |= extra.values[type];  // no field is set by both
+    t_fp_use use = {.filter_id = p_replay->request.filter_id,
+                    .p_header = &packet.header,
+                    .bytes = packet.length,
+                    .now = p_replay->now};
+    outcome_count(p_replay, fp_engine_run(p_replay->p_service->engine.get(), use), packet.length);
+    return true;
+}
+
+bool fp_replay_step(t_fp_replay *p_replay, uint32_t max_frames)
+{
+    t_fp_frame frame;
+    for (uint32_t i = 0; i < max_frames; i++) {
+        if (fp_pcap_next(p_replay->pcap.get(), &frame, &p_replay->error) != FP_PCAP_FRAME ||
+            !frame_send(p_replay, frame))
+            return false;
+    }
+    return true;
+}
+
+static fp_json records_json(const t_fp_replay *p_replay)
+{
+    fp_json rows = fp_json::array();
+    for (const auto &[record, hits] : p_replay->records) {
+        rows.push_back({{"record", record},
+                        {"verdict", fp_decision_name(hits.decision, hits.plain_action)},
+                        {"default", hits.is_default},
+                        {"packets", hits.packets},
+                        {"bytes", hits.bytes},
+                        {"policer-drops", hits.policer_drops}});
+    }
+    return rows;
+}
+
+fp_json fp_replay_answer(const t_fp_replay *p_replay)
+{
+    fp_json answer = {{"ok", p_replay->error.empty()}};
+    if (!p_replay->error.empty())
+        answer["error"] = p_replay->error;
+    answer["request"] = "replay";
+    answer["filter"] = static_cast<int32_t>(p_replay->request.filter_id);
+    if (!p_replay->program_error.empty())
+        answer["reason"] = p_replay->program_error;
+    answer.update(fp_counts_json(p_replay->counts));
+    answer.update(fp_frames_json(p_replay->frames));
+    answer["records"] = records_json(p_replay);
+    return answer;
+}

@@ -1,0 +1,47 @@
+// Requests of the control socket, one a line, in words or as a JSON object.
+//
+//   load
+//   classify FILTER [SRC DST SPORT DPORT PROTO] [NAME=VALUE]...     fields of fp_fields.h
+//   replay FILTER FILE [--sidecar]
+//   stats
+//
+// Words are separated by blanks; a word in double quotes may hold blanks, and a backslash in it takes the
+// next character as it is. The word --json asks for an answer in JSON. As an object:
+//
+//   {"request": "classify", "filter": 3, "fields": {"src": "10.0.0.1", "dport": 53}}
+//   {"request": "replay", "filter": 3, "file": "a.pcap", "sidecar": true}
+//
+// FILTER is a filter id; -1 and ids from the number of slots up have no program.
+#pragma once
+
+#include "lab/fp/walker.h"
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+enum e_fp_request {
+    FP_REQUEST_LOAD,
+    FP_REQUEST_CLASSIFY,
+    FP_REQUEST_REPLAY,
+    FP_REQUEST_STATS,
+};
+
+struct t_fp_request {
+    e_fp_request kind;
+    bool json;  // the form of the answer
+    uint32_t filter_id;
+    t_fp_header header;
+    std::string file;
+    bool sidecar;
+};
+
+// False with the reason; json is right then, too.
+bool fp_request_parse(std::string_view line, t_fp_request *p_request, std::string *p_error);
+
+// Splits a line into words by the rules above; false when a quote is open.
+bool fp_words_split(std::string_view line, std::vector<std::string> *p_words);
+
+// A word as fp_words_split reads it back.
+std::string fp_word_quote(std::string_view word);

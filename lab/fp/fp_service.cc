@@ -1,0 +1,102 @@
+#include "lab/fp/fp_service_private.h"
+
+#include <nlohmann/json.hpp>
+
+fp_json fp_answer_error(const std::string &reason)
+{
+    return {{"ok", false}, {"error", reason}};
+}
+
+std::string fp_answer_line(const fp_json &answer)
+{
+    return answer.dump(-1, ' ', false, fp_json::error_handler_t::replace);
+}
+
+static fp_json filter_json(const t_fp_filter_info &info)
+{
+    fp_json json = {{"filter", info.filter_id},
+                    {"valid", info.error.empty()},
+                    {"hw-index", info.hw_index},
+                    {"blocks", info.num_blocks},
+                    {"activity", info.activity}};
+    if (!info.error.empty()) {
+        json["error"] = info.error;
+        return json;
+    }
+    json["program"] = info.name;
+    json["length"] = info.length;
+    json["records"] = info.num_records;
+    return json;
+}
+
+static fp_json load_answer(t_fp_service *p_service)
+{
+    fp_json filters = fp_json::array();
+    for (const t_fp_filter_info &info : fp_engine_load(p_service->engine.get()))
+        filters.push_back(filter_json(info));
+    return {{"ok", true}, {"request", "load"}, {"filters", filters}};
+}
+
+static fp_json classify_answer(t_fp_service *p_service, const t_fp_request &request)
+{
+    t_fp_use use = {.filter_id = request.filter_id,
+                    .p_header = &request.header,
+                    .bytes = request.header.values[tarn_ip_pkt_len],
+                    .now = fp_clock_now(&p_service->clock)};
+    fp_json answer = {{"ok", true}, {"request", "classify"}};
+    answer.update(fp_verdict_json(fp_engine_run(p_service->engine.get(), use)));
+    return answer;
+}
+
+fp_json fp_counts_json(const t_fp_filter_stats &stats)
+{
+    return {{"packets", stats.packets},
+            {"bytes", stats.bytes},
+            {"accepted", stats.accepted},
+            {"rejected", stats.rejected},
+            {"default", stats.defaults},
+            {"no-program", stats.no_program},
+            {"policer-drops", stats.policer_drops},
+            {"policer-marks", stats.policer_marks}};
+}
+
+fp_json fp_frames_json(const t_fp_frame_stats &frames)
+{
+    return {{"frames", frames.frames},
+            {"not-ip", frames.not_ip},
+            {"truncated", frames.truncated},
+            {"malformed", frames.malformed},
+            {"fragments", frames.fragments}};
+}
+
+static fp_json stats_answer(const t_fp_service *p_service)
+{
+    fp_json answer = {{"ok", true}, {"request", "stats"}};
+    answer.update(fp_counts_json(fp_engine_total(p_service->engine.get())));
+    answer.update(fp_frames_json(p_service->frames));
+    answer["filters"] = fp_json::array();
+    uint32_t filter_id = 0;
+    for (const t_fp_filter_stats &stats : fp_engine_stats(p_service->engine.get())) {
+        fp_json row = {{"filter", filter_id++}};
+        if (stats.packets == 0)
+            continue;
+        row.update(fp_counts_json(stats));
+        answer["filters"].push_back(row);
+    }
+    return answer;
+}
+
+fp_json fp_service_answer(t_fp_service *p_service, const t_fp_request &request)
+{
+    switch (request.kind) {
+    case FP_REQUEST_LOAD:
+        return load_answer(p_service);
+    case FP_REQUEST_CLASSIFY:
+        return classify_answer(p_service, request);
+    case FP_REQUEST_STATS:
+        return stats_answer(p_service);
+    case FP_REQUEST_REPLAY:
+        break;
+    }
+    return fp_answer_error("a replay runs in steps");
+}

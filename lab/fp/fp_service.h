@@ -1,0 +1,62 @@
+// What the process offers, without sockets: requests in, answers out.
+//
+// An answer is an object with "ok"; on false "error" tells why, on true the other members depend on the
+// request and "request" repeats its name. fp_answer_text makes text of it. A replay may be long, so it runs
+// in steps: start it, step until it is done, then take its answer. Dropping it half way is fine; what it
+// counted stays. Replays may run side by side. One thread; a replay must not outlive its service.
+#pragma once
+
+#include "lab/fp/fp_clock.h"
+#include "lab/fp/fp_engine.h"
+#include "lab/fp/fp_request.h"
+#include "lab/fp/fp_verdict.h"
+
+#include <cstdint>
+#include <memory>
+#include <string>
+
+// Frames of capture files.
+struct t_fp_frame_stats {
+    uint64_t frames;
+    uint64_t not_ip;
+    uint64_t truncated;
+    uint64_t malformed;
+    uint64_t fragments;  // among those classified
+};
+
+struct t_fp_service {
+    fp_engine_ptr engine;
+    t_fp_clock clock;
+    t_fp_frame_stats frames;
+};
+
+// All requests but replays.
+fp_json fp_service_answer(t_fp_service *p_service, const t_fp_request &request);
+
+fp_json fp_answer_error(const std::string &reason);
+
+// ---- Replays ----
+
+struct t_fp_replay;
+
+struct t_fp_replay_deleter {
+    void operator()(t_fp_replay *p_replay) const;
+};
+using fp_replay_ptr = std::unique_ptr<t_fp_replay, t_fp_replay_deleter>;
+
+// Opens the files of the request. Null with the reason.
+fp_replay_ptr fp_replay_start(t_fp_service *p_service, const t_fp_request &request, std::string *p_error);
+
+// Sends up to max_frames frames through the filter. False when the end, or an error, has been reached.
+bool fp_replay_step(t_fp_replay *p_replay, uint32_t max_frames);
+
+// The answer of a replay that has ended. After an error in a file it holds what came before, too.
+fp_json fp_replay_answer(const t_fp_replay *p_replay);
+
+// ---- Text ----
+
+// An answer in lines of "name: value"; what repeats is a table. Ends with a line end.
+std::string fp_answer_text(const fp_json &answer);
+
+// On one line, without a line end. Bytes that are no UTF-8 are replaced.
+std::string fp_answer_line(const fp_json &answer);
