@@ -44,7 +44,9 @@ bench: packages
 	@cmake --build --preset release -j $(JOBS)
 	@scripts/bench $(SETS)
 
-fuzz: build-fuzz
+fuzz: packages
+	@cmake --preset fuzz --log-level=NOTICE
+	@cmake --build --preset fuzz -j $(JOBS) --target fuzz_targets
 	@scripts/fuzz $(FUZZ_SECONDS)
 
 lint: packages
