@@ -25,7 +25,7 @@ build-%: packages
 
 demo: packages
 	@cmake --preset release --log-level=NOTICE
-	@cmake --build --preset release -j $(JOBS) --target tarnc rulegen
+	@cmake --build --preset release -j $(JOBS) --target tarnc rulegen tarnd fpd fpctl filter_demo
 	@scripts/demo
 
 # The full set with sanitizers, then the death tests and a short set against the build that ships.

@@ -1,8 +1,8 @@
 // t_tarn: the daemon's top-level record.
 //
-// One instance exists, g_tarn, zero at start. It owns the object stores, the compiler context and the connections, and
-// every part of the daemon gets a pointer to it. Members are set up in the order of start-up and released by
-// the part that set them up (tarn_main.h). Main thread only, no locks.
+// One instance exists, g_tarn, zero at start. It owns the object stores, the compiler context and the
+// connections, and every part of the daemon gets a pointer to it. Members are set up in the order of start-up
+// and released by the part that set them up (tarn_main.h). Main thread only, no locks.
 #pragma once
 
 #include "platform/avl/avl.h"
@@ -25,8 +25,8 @@ struct t_timer_mgr;
 using bitstr_t = unsigned char;
 using msgq_handle_t = msgq_handle;
 
-// The forwarding-plane operations, which keep policy logic apart from the place where programs live. All slots are set; all
-// run on the main thread, and filter_init may block until the forwarding plane is up.
+// The forwarding-plane operations, which keep policy logic apart from the place where programs live. All
+// slots are set; all run on the main thread, and filter_init may block until the forwarding plane is up.
 struct t_tarn_hw_api {
     int (*filter_init)(t_tarn *p_tarn, uint8_t do_init);
     int (*filter_destroy)();
@@ -71,9 +71,9 @@ struct t_tarn {
     int dpi_ref;      // its users
     uint32_t *dpi_p;  // its knob in shared memory
     char dpi_version[128];
-    int flow;          // flow export is wanted now
-    int flow_ref;      // its users
-    uint32_t *flow_p;  // its knob in shared memory
+    int flow;                     // flow export is wanted now
+    int flow_ref;                 // its users
+    uint32_t *flow_p;             // its knob in shared memory
     uint16_t process_zbf_config;  // zones must be processed at the next pass
     uint16_t zbf_uid;             // running number of zone-based rule sets
     timespec last_hello_time;     // monotonic: last run of the high-priority timers in a long loop

@@ -1,9 +1,9 @@
 // The process: entry, start-up, event loop, stop.
 //
-// Parts come up one after the other, each finished before the next begins; when one fails, those that are up are
-// taken down by hand, in an order of its own for each failing step, and its status is the exit status. After
-// start-up everything runs as callbacks of one libevent loop on the main thread, where a 10 ms timer pumps all of
-// the daemon's timers. SIGUSR1 toggles debugging, SIGUSR2 stops in order.
+// Parts come up one after the other, each finished before the next begins; when one fails, those that are up
+// are taken down by hand, in an order of its own for each failing step, and its status is the exit status.
+// After start-up everything runs as callbacks of one libevent loop on the main thread, where a 10 ms timer
+// pumps all of the daemon's timers. SIGUSR1 toggles debugging, SIGUSR2 stops in order.
 #pragma once
 
 #include "tarnd/core/tarn.h"

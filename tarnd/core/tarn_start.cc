@@ -103,7 +103,8 @@ static const t_tarn_start_step start_steps[] = {
     {"compiler context", create_context, after_filter},
 };
 
-static const f_tarn_stop stop_order[] = {delete_context, stop_filter, stop_timers, tarn_event_destroy, close_log};
+static const f_tarn_stop stop_order[] = {delete_context, stop_filter, stop_timers, tarn_event_destroy,
+                                         close_log};
 
 std::span<const t_tarn_start_step> g_tarn_start_steps = start_steps;
 std::span<const f_tarn_stop> g_tarn_stop_order = stop_order;

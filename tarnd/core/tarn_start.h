@@ -1,7 +1,7 @@
 // The order of start-up as a table: a row a part, with what is taken down, and in which order, when it fails.
 //
-// The orders are part of the daemon's behaviour and not one the reverse of the other. A new part adds its row at its
-// place and its destroy function to the rows below it and to the stop order.
+// The orders are part of the daemon's behaviour and not one the reverse of the other. A new part adds its row
+// at its place and its destroy function to the rows below it and to the stop order.
 #pragma once
 
 #include "tarnd/core/tarn.h"

@@ -24,8 +24,10 @@ static const t_system_message messages[] = {
      "Failed to allocate memory for policy %s - %s. Continuing without the policy."},
     {TARN_MSG_ACL_NO_MEMORY, 1, "ALRT", LOG_LOCAL7 | LOG_ALERT,
      "Failed to allocate program memory for access list - %s. Continuing without the access-list."},
-    {TARN_MSG_POLICY_REPROGRAMMED, 6, "INFO", LOG_LOCAL7 | LOG_INFO, "Successfully re-programmed policy %s - %s"},
-    {TARN_MSG_ACL_REPROGRAMMED, 6, "INFO", LOG_LOCAL7 | LOG_INFO, "Successfully re-programmed access list - %s"},
+    {TARN_MSG_POLICY_REPROGRAMMED, 6, "INFO", LOG_LOCAL7 | LOG_INFO,
+     "Successfully re-programmed policy %s - %s"},
+    {TARN_MSG_ACL_REPROGRAMMED, 6, "INFO", LOG_LOCAL7 | LOG_INFO,
+     "Successfully re-programmed access list - %s"},
 };
 
 void tarn_system_message(int code, ...)

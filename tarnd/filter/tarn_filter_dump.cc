@@ -19,7 +19,8 @@ static int shown(uint32_t value)
 
 static void print_slot_titles(t_lconfd_context *ctx, int usid)
 {
-    cli_print(ctx, usid, "%-5s\t%-5s\t%-8s\t%-13s\t%-8s\n", "Index", "Valid", "HW Index", "Num HW Blocks", "Activity");
+    cli_print(ctx, usid, "%-5s\t%-5s\t%-8s\t%-13s\t%-8s\n", "Index", "Valid", "HW Index", "Num HW Blocks",
+              "Activity");
 }
 
 static void print_slot(t_lconfd_context *ctx, int usid, int index)
@@ -46,6 +47,22 @@ void tarn_oct_filter_stats_dump(t_lconfd_context *ctx, int usid, int)
     cli_print(ctx, usid, "\n");
 }
 
+// A slot that an earlier run left may name any block; only the first block of a run in use can be read as a
+// program.
+static bool begins_program(uint32_t block)
+{
+    return block < static_cast<uint32_t>(g_fp_scaling.num_filter_blocks) && tarn_mem[block].is_allocated;
+}
+
+static void print_program(t_lconfd_context *ctx, int usid, int index)
+{
+    const t_tarn_filter &filter = g_fp_filter[index];
+    cli_print(ctx, usid, "FILTER %5d Activity: %d\n", index, filter.activity);
+    cli_print(ctx, usid, "====== %5s\n\n", "=====");
+    if (begins_program(filter.hw_index))
+        tarn_display_program(ctx, usid, &g_fp_filter_mem_block[filter.hw_index], ftm_oct_filter_action_dump);
+}
+
 void tarn_oct_filter_table_dump(t_lconfd_context *ctx, int usid, int)
 {
     print_slot_titles(ctx, usid);
@@ -53,14 +70,11 @@ void tarn_oct_filter_table_dump(t_lconfd_context *ctx, int usid, int)
         if (is_shown(g_fp_filter[i]))
             print_slot(ctx, usid, i);
     cli_print(ctx, usid, "\n\n");
-    for (int i = 0; i < g_fp_scaling.num_filters; i++) {
-        if (!is_shown(g_fp_filter[i]))
-            continue;
-        cli_print(ctx, usid, "FILTER %5d Activity: %d\n", i, g_fp_filter[i].activity);
-        cli_print(ctx, usid, "====== %5s\n\n", "=====");
-        tarn_display_program(ctx, usid, &g_fp_filter_mem_block[g_fp_filter[i].hw_index], ftm_oct_filter_action_dump);
-    }
-    cli_print(ctx, usid, "\t%11s: %lu\n", "Clock Rate", static_cast<unsigned long>(cvmx_clock_get_rate(CVMX_CLOCK_CORE)));
+    for (int i = 0; i < g_fp_scaling.num_filters; i++)
+        if (is_shown(g_fp_filter[i]))
+            print_program(ctx, usid, i);
+    cli_print(ctx, usid, "\t%11s: %lu\n", "Clock Rate",
+              static_cast<unsigned long>(cvmx_clock_get_rate(CVMX_CLOCK_CORE)));
 }
 
 static int print_used_run(t_lconfd_context *ctx, int usid, int start)
@@ -68,8 +82,8 @@ static int print_used_run(t_lconfd_context *ctx, int usid, int start)
     const t_tarn_mem_node &node = tarn_mem[start];
     const t_tarn_filter &filter = g_fp_filter[node.filter_id];
     int end = start + shown(node.num_hw_blocks);
-    cli_print(ctx, usid, "Used Block start index: %d/%u - end index %d (#%u/%u)\n", start, filter.hw_index, end,
-              node.num_hw_blocks, filter.num_hw_mem_blocks);
+    cli_print(ctx, usid, "Used Block start index: %d/%u - end index %d (#%u/%u)\n", start, filter.hw_index,
+              end, node.num_hw_blocks, filter.num_hw_mem_blocks);
     cli_print(ctx, usid, "\tFilterId: %u\n", node.filter_id);
     return end;
 }

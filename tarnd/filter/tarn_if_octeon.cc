@@ -10,7 +10,6 @@
 #include "tarnd/compiler/tarn_program.h"
 #include "tarnd/filter/tarn_if_octeon_private.h"
 
-#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -41,11 +40,12 @@ bool is_hw_initialized()
     return true;
 }
 
-// The forwarding plane sets the bit from another process, so it is read anew each time.
+// The forwarding plane sets the bit from another process, so it is read anew each time, and before anything
+// else.
 static bool forwarding_plane_ready()
 {
-    std::atomic_signal_fence(std::memory_order_seq_cst);
-    bool ready = g_fp_global_ctrl->is_hw_initialized;
+    const volatile t_fp_global_ctrl *p_ctrl = g_fp_global_ctrl;
+    bool ready = p_ctrl->is_hw_initialized;
     std::atomic_thread_fence(std::memory_order_acquire);
     return ready;
 }
@@ -79,9 +79,9 @@ int tarn_oct_filter_init(t_tarn *p_tarn, uint8_t do_init)
     if (do_init)
         clear_shared_tables();
     delete_list = {};
-    delete_timer =
-        timer_util_create(p_tarn->p_timer_mgr, TIMER_PRI_NORMAL, TIMER_TYPE_ONESHOT, delete_delay_ms,
-                          tarn_oct_filter_mem_delete, p_tarn, nullptr, nullptr, nullptr, "tarn-delayed-del-timer");
+    delete_timer = timer_util_create(p_tarn->p_timer_mgr, TIMER_PRI_NORMAL, TIMER_TYPE_ONESHOT,
+                                     delete_delay_ms, tarn_oct_filter_mem_delete, p_tarn, nullptr, nullptr,
+                                     nullptr, "tarn-delayed-del-timer");
     if (delete_timer == nullptr) {
         free(std::exchange(tarn_mem, nullptr));
         return no_memory;
@@ -107,8 +107,8 @@ static uint32_t find_slot()
     return slot;
 }
 
-// First fit: the lowest block from which `wanted` blocks are free, or num_blocks. Only the first block of a run in
-// use is marked, and the cursor steps from run to run.
+// First fit: the lowest block from which `wanted` blocks are free, or num_blocks. Only the first block of a
+// run in use is marked, and the cursor steps from run to run.
 static uint32_t find_run(uint32_t wanted)
 {
     uint32_t start = 0;
@@ -215,7 +215,8 @@ static bool policer_name_matches(const t_fp_policer &slot, const t_fp_policer &p
     memcpy(text, slot.name, FP_POLICER_NAME_SIZE);
     int sequence;
     char name[FP_POLICER_NAME_SIZE + 1];
-    return sscanf(text, "%d.%64s", &sequence, name) == 2 && strncmp(name, policer.name, FP_POLICER_NAME_SIZE) == 0;
+    return sscanf(text, "%d.%64s", &sequence, name) == 2 &&
+           strncmp(name, policer.name, FP_POLICER_NAME_SIZE) == 0;
 }
 
 void tarn_oct_filter_pol_change_cb(void *action_data, t_fp_policer *p_policer)

@@ -62,6 +62,11 @@ class Lab:
         """Runs a command inside and returns it completed, with its output as text."""
         return self.user.lab("enter", self.name, *command, check=check, timeout=timeout)
 
+    def talk_to(self, *command):
+        """Starts a command inside: a subprocess.Popen with pipes for its input and output, as text."""
+        return subprocess.Popen(self.user.lab_line("enter", self.name, *command), env=self.user.lab_env(), cwd="/",
+                                text=True, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+
     def status(self):
         return json.loads(self.user.lab("status", self.name, "--json", check=False).stdout)
 
@@ -96,10 +101,15 @@ class User:
             for path in (self.folder, self.runtime):
                 os.chown(path, uid, uid)
 
+    def lab_line(self, *arguments):
+        return [*self._prefix, str(LAB), *arguments]
+
+    def lab_env(self):
+        return {**os.environ, "XDG_RUNTIME_DIR": str(self.runtime)}
+
     def lab(self, *arguments, check=True, timeout=COMMAND_SECONDS):
         """The lab command, completed. With `check` a failure fails the test and shows what was printed."""
-        env = {**os.environ, "XDG_RUNTIME_DIR": str(self.runtime)}
-        done = subprocess.run([*self._prefix, str(LAB), *arguments], env=env, cwd="/", text=True, check=False,
+        done = subprocess.run(self.lab_line(*arguments), env=self.lab_env(), cwd="/", text=True, check=False,
                               stdin=subprocess.DEVNULL, capture_output=True, timeout=timeout)
         if check and done.returncode != 0:
             raise AssertionError(f"lab {' '.join(arguments)}: exit status {done.returncode}\n"
