@@ -1,8 +1,8 @@
 // The management framework's client interface: results, values, types.
 //
-// The names, signatures and numbers are the framework's public ones, so that a build for a router can link the
-// vendor's library instead. This file holds the common part; confd_cdb.h reads the datastore, confd_maapi.h talks to
-// management sessions. It grows with the daemon's uses.
+// The names, signatures and numbers are the framework's public ones, so that a build for a router can link
+// the vendor's library instead. This file holds the common part; confd_cdb.h reads the datastore,
+// confd_maapi.h talks to management sessions. It grows with the daemon's uses.
 #pragma once
 
 #include <cstddef>
@@ -55,6 +55,22 @@ struct confd_value_t {
         int boolean;
         int32_t enumvalue;
     } val;
+};
+
+// What callbacks get. A daemon context is one daemon's connection; d_opaque is the daemon's.
+struct confd_daemon_ctx {
+    char *name;
+    void *d_opaque;
+};
+
+struct confd_action_ctx {
+    confd_daemon_ctx *dx;
+};
+
+// The user behind an action or a command.
+struct confd_user_info {
+    int usid;  // session id
+    confd_action_ctx actx;
 };
 
 struct confd_type;  // a type of the data model; the library owns it

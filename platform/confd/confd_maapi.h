@@ -7,4 +7,5 @@
 
 // Prints to the terminal of a user's session. CONFD_OK or CONFD_ERR.
 __attribute__((format(printf, 3, 4))) int maapi_cli_printf(int sock, int usess, const char *fmt, ...);
-__attribute__((format(printf, 3, 0))) int maapi_cli_vprintf(int sock, int usess, const char *fmt, va_list args);
+__attribute__((format(printf, 3, 0))) int maapi_cli_vprintf(int sock, int usess, const char *fmt,
+                                                            va_list args);

@@ -1,13 +1,17 @@
 #include "tarnd/core/tarn_start.h"
 
+#include "common/cli_print.h"
 #include "common/lum_log.h"
 #include "common/priority_timers.h"
 #include "common/timer.h"
+#include "lconfd/lconfd_api.h"
+#include "platform/confd/confd_maapi.h"
 #include "tarnd/compiler/tarn_context.h"
 #include "tarnd/compiler/tarn_mem_mgr.h"
 #include "tarnd/core/tarn_main.h"
 #include "tarnd/core/tarn_system_message.h"
 
+#include <cstdarg>
 #include <cstdio>
 #include <syslog.h>
 #include <unistd.h>
@@ -24,6 +28,18 @@ static int open_log(t_tarn *)
 {
     openlog(g_progname, LOG_PID | LOG_NDELAY, LOG_LOCAL7);
     tarn_system_message(TARN_MSG_STARTING);
+    return 0;
+}
+
+static void print_to_session(t_lconfd_context *ctx, int usid, const char *format, va_list args)
+{
+    maapi_cli_vprintf(ctx->maapi_socket, usid, format, args);
+}
+
+// Dumps that operators ask for go to their sessions.
+static int open_session_road(t_tarn *)
+{
+    cli_print_register(print_to_session);
     return 0;
 }
 
@@ -95,6 +111,7 @@ static const f_tarn_stop after_filter[] = {stop_filter, stop_timers, tarn_event_
 static const t_tarn_start_step start_steps[] = {
     {"host name", name_host, {}},
     {"log", open_log, {}},
+    {"session printing", open_session_road, {}},
     {"event base", tarn_event_create, {}},
     {"forwarding-plane operations", bind_hw_api, {}},
     {"timers", start_timers, after_event},

@@ -2,7 +2,9 @@
 #include "common/cli_print.h"
 #include "fp_api/fp_scaling.h"
 #include "fp_api/fp_tables.h"
+#include "lconfd/lconfd_api.h"
 #include "libcvmx/sim/_cvmx-clock.h"
+#include "platform/confd/confd_lib.h"
 #include "tarnd/compiler/tarn_program.h"
 #include "tarnd/filter/tarn_if_octeon.h"
 #include "tarnd/filter/tarn_if_octeon_private.h"
@@ -104,4 +106,27 @@ void tarn_oct_filter_memory_map_dump(t_lconfd_context *ctx, int usid, int)
     for (int i = 0; i < g_fp_scaling.num_filter_blocks;)
         i = tarn_mem[i].is_allocated ? print_used_run(ctx, usid, i) : print_free_run(ctx, usid, i);
     cli_print(ctx, usid, "\n");
+}
+
+static t_lconfd_context *context_of(const confd_user_info *uinfo)
+{
+    return static_cast<t_lconfd_context *>(uinfo->actx.dx->d_opaque);
+}
+
+int tarn_dump_memory_stats(confd_user_info *uinfo, char *, int, char **)
+{
+    tarn_oct_filter_stats_dump(context_of(uinfo), uinfo->usid, 0);
+    return 0;
+}
+
+int tarn_dump_filter(confd_user_info *uinfo, char *, int, char **)
+{
+    tarn_oct_filter_table_dump(context_of(uinfo), uinfo->usid, 0);
+    return 0;
+}
+
+int tarn_dump_memory_map(confd_user_info *uinfo, char *, int, char **)
+{
+    tarn_oct_filter_memory_map_dump(context_of(uinfo), uinfo->usid, 0);
+    return 0;
 }

@@ -8,7 +8,10 @@
 #include <event2/event.h>
 #include <unistd.h>
 
+#include "common/cli_print.h"
 #include "common/priority_timers.h"
+#include "lconfd/lconfd_api.h"
+#include "platform/confd/double/confd_double.h"
 #include "tarnd/compiler/tarn_mem_mgr.h"
 #include "tarnd/core/tarn_main.h"
 #include "tests/common/syslog_lines.h"
@@ -48,7 +51,8 @@ static const t_unwinding unwindings[] = {
     {"compiler context", {"filter memory", "timers", "event base"}},
 };
 
-static const char *const never_fail[] = {"host name", "log", "forwarding-plane operations", "program memory"};
+static const char *const never_fail[] = {"host name", "log", "session printing",
+                                         "forwarding-plane operations", "program memory"};
 
 static const t_unwinding *unwinding_of(const char *step)
 {
@@ -66,6 +70,21 @@ static bool never_fails(const char *step)
 static int fail_77(t_tarn *)
 {
     return 77;
+}
+
+TEST_F(TarnStart, DumpTextGoesToTheSessionThatAskedForIt)
+{
+    for (const t_tarn_start_step &step : real_steps) {
+        if (strcmp(step.name, "session printing") == 0) {
+            ASSERT_EQ(step.start(&tarn), 0);
+        }
+    }
+    confd_double_reset();
+    t_lconfd_context context = {{&tarn}, 7};
+    cli_print(&context, 42, "%d filters", 3);
+    cli_print_register(nullptr);
+    EXPECT_EQ(confd_double_cli_text(42), "3 filters");
+    EXPECT_EQ(confd_double_calls().back().sock, 7);
 }
 
 TEST_F(TarnStart, TheFailureOfEachStepTakesDownWhatItsRowSaysAndIsTheStatus)

@@ -3,10 +3,12 @@
 
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <span>
 #include <sstream>
 
 #include "common/cli_print.h"
+#include "lconfd/lconfd_api.h"
 #include "platform/confd/confd_maapi.h"
 #include "platform/confd/double/confd_double.h"
 #include "tarnd/compiler/tarn_program_format.h"
@@ -24,22 +26,31 @@ __attribute__((format(printf, 3, 0))) static void print_to_session(t_lconfd_cont
     maapi_cli_vprintf(3, usid, format, args);
 }
 
-static t_lconfd_context *some_context()
-{
-    static char context;
-    void *p_context = &context;
-    return static_cast<t_lconfd_context *>(p_context);
-}
-
 using f_dump = void (*)(t_lconfd_context *ctx, int usid, int verbosity);
+using f_command = int (*)(confd_user_info *uinfo, char *path, int argc, char **argv);
 
-static std::string dump_text(f_dump dump, int verbosity)
+static t_lconfd_context some_context;
+
+// What a dump prints to the session.
+static std::string session_text(const std::function<void()> &dump)
 {
     confd_double_reset();
     cli_print_register(print_to_session);
-    dump(some_context(), session, verbosity);
+    dump();
     cli_print_register(nullptr);
     return confd_double_cli_text(session);
+}
+
+static std::string dump_text(f_dump dump, int verbosity)
+{
+    return session_text([&] { dump(&some_context, session, verbosity); });
+}
+
+static std::string command_text(f_command command)
+{
+    confd_daemon_ctx daemon = {nullptr, &some_context};
+    confd_user_info user = {session, {&daemon}};
+    return session_text([&] { EXPECT_EQ(command(&user, nullptr, 0, nullptr), 0); });
 }
 
 static std::string stored_text(const std::string &name)
@@ -118,16 +129,18 @@ TEST(FilterDumpGolden, TheThreeDumps)
     static const struct {
         const char *name;
         f_dump dump;
+        f_command command;
     } cases[] = {
-        {"stats", tarn_oct_filter_stats_dump},
-        {"table", tarn_oct_filter_table_dump},
-        {"memory_map", tarn_oct_filter_memory_map_dump},
+        {"stats", tarn_oct_filter_stats_dump, tarn_dump_memory_stats},
+        {"table", tarn_oct_filter_table_dump, tarn_dump_filter},
+        {"memory_map", tarn_oct_filter_memory_map_dump, tarn_dump_memory_map},
     };
     FilterPool pool(num_filters, num_blocks);
     ASSERT_NO_FATAL_FAILURE(fill_pool(&pool));
     for (const auto &c : cases) {
         EXPECT_EQ(dump_text(c.dump, 0), stored_text(c.name)) << c.name;
         EXPECT_EQ(dump_text(c.dump, 3), stored_text(c.name)) << c.name << " does not depend on verbosity";
+        EXPECT_EQ(command_text(c.command), stored_text(c.name)) << c.name << " as a command";
     }
 }
 
