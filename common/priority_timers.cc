@@ -26,7 +26,8 @@ int tarn_exec_priority_timers()
         return 0;
     timespec now;
     clock_gettime(CLOCK_MONOTONIC, &now);
-    int64_t gap_ms = (now.tv_nsec - g_p_last_run->tv_nsec) / 1000000 + (now.tv_sec - g_p_last_run->tv_sec) * 1000;
+    int64_t gap_ms =
+        (now.tv_nsec - g_p_last_run->tv_nsec) / 1000000 + (now.tv_sec - g_p_last_run->tv_sec) * 1000;
     if (gap_ms < min_gap_ms)
         return 0;
     g_run(g_p_run_ctx, run_budget_ms);

@@ -1,8 +1,8 @@
 // A recording double of the management framework's client library.
 //
-// It stands behind the public names while there is no management daemon: every call is recorded, readings come from
-// a script, and a test can make any function fail. What is printed to a session is kept by session. One process, one
-// thread.
+// It stands behind the public names while there is no management daemon: every call is recorded, readings
+// come from a script, and a test can make any function fail. What is printed to a session is kept by session.
+// One process, one thread.
 #pragma once
 
 #include <cstdint>
