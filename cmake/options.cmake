@@ -31,3 +31,6 @@ if(TARN_LIBFUZZER)
   # Coverage in all that the fuzz targets link; their main comes with the link option (cmake/targets.cmake).
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
+
+# Assertions and logs name sources from the root, wherever the tree stands.
+add_compile_options(-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/=)

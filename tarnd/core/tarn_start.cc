@@ -31,7 +31,8 @@ static int open_log(t_tarn *)
     return 0;
 }
 
-static void print_to_session(t_lconfd_context *ctx, int usid, const char *format, va_list args)
+__attribute__((format(printf, 3, 0))) static void print_to_session(t_lconfd_context *ctx, int usid,
+                                                                   const char *format, va_list args)
 {
     maapi_cli_vprintf(ctx->maapi_socket, usid, format, args);
 }
