@@ -126,6 +126,7 @@ std::vector<uint32_t> box_cover_prune(const t_box &target, std::span<const t_box
                                       std::vector<uint32_t> cover, uint64_t *p_budget)
 {
     std::vector<std::pair<double, uint32_t>> by_share;
+    by_share.reserve(cover.size());
     for (uint32_t c : cover)
         by_share.emplace_back(overlap_share(*boxes[c], target), c);
     std::sort(by_share.begin(), by_share.end());
@@ -133,6 +134,7 @@ std::vector<uint32_t> box_cover_prune(const t_box &target, std::span<const t_box
         std::vector<uint32_t> rest = cover;
         std::erase(rest, left_out);
         std::vector<const t_box *> rest_boxes;
+        rest_boxes.reserve(rest.size());
         for (uint32_t c : rest)
             rest_boxes.push_back(boxes[c]);
         if (box_cover(target, rest_boxes, p_budget).state == e_cover::covered)

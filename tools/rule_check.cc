@@ -132,6 +132,8 @@ bool rule_actions_equal(const t_set_rule &a, const t_set_rule &b)
 {
     return std::equal(a.actions.begin(), a.actions.end(), b.actions.begin(), b.actions.end(),
                       [](const t_tarn_filter_action &x, const t_tarn_filter_action &y) {
+                          // Slots are zeroed before they are filled, padding too.
+                          // NOLINTNEXTLINE(bugprone-suspicious-memory-comparison)
                           return memcmp(&x, &y, sizeof(x)) == 0;
                       });
 }

@@ -271,6 +271,7 @@ static void order_by_specificity(t_generator *p_generator, std::vector<t_generat
     }
     std::sort(keys.begin(), keys.end());
     std::vector<t_generated_rule> ordered;
+    ordered.reserve(keys.size());
     for (const auto &[key, index] : keys)
         ordered.push_back((*p_rules)[index]);
     p_rules->swap(ordered);
