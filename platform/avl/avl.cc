@@ -91,9 +91,10 @@ static avl_node_t *root_of(const avl_tree_t *tree)
 
 void avl_create(avl_tree_t *tree, f_avl_compare compare, size_t object_size, size_t node_offset)
 {
-    if (node_offset > object_size || object_size - node_offset < sizeof(avl_node_t))
+    if (node_offset > object_size || object_size - node_offset < sizeof(avl_node_t) ||
+        node_offset > UINT32_MAX)
         __builtin_trap();
-    *tree = {{}, compare, node_offset, 0};
+    *tree = {{}, compare, static_cast<uint32_t>(node_offset), 0};
     algorithms::init_header(&tree->header);
 }
 

@@ -43,9 +43,11 @@ enum e_avl_direction { AVL_FORWARD, AVL_BACKWARD };
 struct avl_tree_t {
     avl_node_t header;  // parent: root, left: first, right: last
     f_avl_compare compare;
-    size_t node_offset;  // bytes from an object to its node
-    size_t num_nodes;
+    uint32_t node_offset;  // bytes from an object to its node
+    uint32_t num_nodes;
 };
+static_assert(sizeof(avl_tree_t) == 40);
+static_assert(std::is_standard_layout_v<avl_tree_t>);
 
 // Set up and take down.
 

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <netinet/in.h>
 
 // Results.
 inline constexpr int CONFD_OK = 0;
@@ -36,6 +37,12 @@ enum confd_vtype {
 struct confd_buf_t {
     unsigned int size;
     unsigned char *ptr;
+};
+
+// An IPv4 prefix; the address in network order, len in bits.
+struct confd_ipv4_prefix {
+    struct in_addr ip;
+    uint8_t len;
 };
 
 struct confd_value_t {
