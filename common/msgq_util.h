@@ -12,7 +12,8 @@
 // a peer that is down, and nothing survives a connection: conn_up_cb sends again what the peer needs.
 //
 // Who owns a buffer: msgq_msg_malloc gives one to the caller; msgq_write takes it over with ERR_OK only;
-// msg_read_cb gets one to keep and to free with msgq_msg_free.
+// msg_read_cb gets one to keep and to free with msgq_msg_free. Callbacks may write, but must not destroy the
+// handle that calls them.
 #pragma once
 
 #include "common/e_err.h"
@@ -73,11 +74,11 @@ inline constexpr uint32_t MSGQ_RETRY_MSECS = 500;
 
 struct msgq_app_params_t {
     event_base *app_evbase_p;
-    t_timer_mgr *timer_mgr_p;  // a client needs it
+    t_timer_mgr *timer_mgr_p;  // a client needs it, from the first handle of the process on
     bool dont_register;
     bool use_app_header;
     uint8_t app_header_size;    // bytes, 1 to 64
-    uint8_t app_msglen_offset;  // where the header holds the whole length, 2 bytes, big-endian
+    uint8_t app_msglen_offset;  // where the header holds the whole length, 2 bytes, big-endian; to 62
     int syslog_id;              // syslog facility; the library logs at debug level
     int socket_type;            // AF_UNIX (1), or AF_INET (2) for clients
     uint16_t host_port;         // host order
@@ -129,14 +130,16 @@ void msgq_set_client_socket_blocking(msgq_handle_t *msgq_p, bool blocking);
 
 // ---- Messages ----
 
-// A message of app_size bytes of body; the pointer is the body (with an application header: the message).
-// Null without memory.
+// A message of app_size bytes of body, not filled; the pointer is the body (with an application header: the
+// message). Null without memory, or if body and header exceed 65535 bytes.
 void *msgq_msg_malloc(msgq_handle_t *msgq_p, uint16_t app_size);
 void msgq_msg_free(msgq_handle_t *msgq_p, void *app_p);
 
 // Sends the first app_size bytes of the body, which may be fewer than were allocated. ERR_OK: the library
 // owns the buffer. ERR_AGAIN: the peer is down. ERR_BAD_PARAM, ERR_WRITE_FAILED: as named. On all but ERR_OK
-// the caller keeps the buffer. A send error shows later, as a connection that goes down.
+// the caller keeps the buffer. A send error shows later, as a connection that goes down. In a blocking client
+// the peer's answer comes to msg_read_cb before this returns; without an application header the reader waits
+// there for further messages too, until the peer closes.
 e_err msgq_write(msgq_handle_t *msgq_p, void *app_p, uint16_t app_size);
 
 // Asks for another turn of the reader, for an application that stopped in the middle of its input.
