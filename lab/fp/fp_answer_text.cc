@@ -68,25 +68,57 @@ static std::string action_text(const fp_json &action)
     return text + '\n';
 }
 
+static std::string members_text(const fp_json &object);
+
+// Every line of the text, moved in.
+static std::string indented(const std::string &text)
+{
+    std::string result;
+    for (size_t begin = 0, end; (end = text.find('\n', begin)) != std::string::npos; begin = end + 1)
+        result += "  " + text.substr(begin, end + 1 - begin);
+    return result;
+}
+
+// What repeats and has arrays of its own: its members below each other, a dash before the first.
+static std::string block_text(const fp_json &object)
+{
+    std::string text = indented(indented(members_text(object)));
+    return text.empty() ? text : text.replace(2, 1, "-");
+}
+
 static std::string array_text(const std::string &name, const fp_json &array)
 {
     if (array.empty())
         return name + ": none\n";
     std::string text = name + ":\n";
-    if (name != "actions")
+    if (name != "actions" && name != "stages")
         return text + table_text(array);
-    for (const fp_json &action : array)
-        text += action_text(action);
+    for (const fp_json &item : array)
+        text += name == "actions" ? action_text(item) : block_text(item);
+    return text;
+}
+
+static std::string member_text(const std::string &name, const fp_json &value)
+{
+    if (value.is_array())
+        return array_text(name, value);
+    if (value.is_object())
+        return name + ":\n" + indented(members_text(value));
+    return name + ": " + value_text(value) + '\n';
+}
+
+static std::string members_text(const fp_json &object)
+{
+    std::string text;
+    for (const auto &[name, value] : object.items())
+        text += member_text(name, value);
     return text;
 }
 
 std::string fp_answer_text(const fp_json &answer)
 {
-    std::string text;
-    for (const auto &[name, value] : answer.items()) {
-        if (name == "ok" || name == "request")
-            continue;
-        text += value.is_array() ? array_text(name, value) : name + ": " + value_text(value) + '\n';
-    }
-    return text;
+    fp_json shown = answer;
+    shown.erase("ok");
+    shown.erase("request");
+    return members_text(shown);
 }

@@ -15,7 +15,7 @@
 #include <unistd.h>
 #include <vector>
 
-static constexpr size_t max_line = 64 * 1024;         // bytes, without the line end
+static constexpr size_t max_line = 4 * 1024 * 1024;   // bytes, without the line end; a large table is one
 static constexpr size_t max_unread = 1024 * 1024;     // bytes of answers
 static constexpr size_t max_connections = 64;         // further ones are closed at once
 static constexpr uint32_t replay_slice_frames = 512;  // in one turn of the loop

@@ -3,7 +3,7 @@
 // Answers come in the order of a connection's requests, in JSON on one line, or in text with an empty line
 // behind it; a text that begins with "error:" is a refusal. Replays, and requests that come in heaps, are
 // worked off in slices, so other connections are served meanwhile. A client that reads slowly is not read
-// from until it has taken its answers; one that sends a line of more than 64 KiB is told so and dropped. What
+// from until it has taken its answers; one that sends a line of more than 4 MiB is told so and dropped. What
 // a client sends before it shuts down its sending side is still answered; one that closes takes its replay
 // with it.
 //

@@ -1,4 +1,4 @@
-// Replaying a capture file through a filter.
+// Replaying a capture file through a filter, or through those bound at a place.
 #include "lab/fp/fp_fields.h"
 #include "lab/fp/fp_packet.h"
 #include "lab/fp/fp_pcap.h"
@@ -17,6 +17,15 @@ struct t_record_hits {
     uint32_t plain_action;
 };
 
+// What came of the packets that met a filter.
+struct t_filter_hits {
+    t_fp_filter_stats counts;
+    std::map<uint32_t, t_record_hits> records;  // by number
+    std::string program_error;                  // why the last packet met no program
+};
+
+using t_bound_key = std::pair<e_fp_stage, uint32_t>;  // and filter id
+
 struct t_fp_replay {
     t_fp_service *p_service;
     t_fp_request request;
@@ -25,10 +34,10 @@ struct t_fp_replay {
     uint64_t now;      // clock at the last frame
     uint64_t time_ns;  // of the last frame in the file; 0 before the first
     t_fp_frame_stats frames;
-    t_fp_filter_stats counts;
-    std::map<uint32_t, t_record_hits> records;  // by number
-    std::string program_error;                  // why the last packet met no program
-    std::string error;                          // that ended the replay
+    t_filter_hits hits;                           // of the request's filter
+    t_fp_forward_stats forwarding;                // with a place; without the stages' counts
+    std::map<t_bound_key, t_filter_hits> bounds;  // with a place
+    std::string error;                            // that ended the replay
 };
 
 void t_fp_replay_deleter::operator()(t_fp_replay *p_replay) const
@@ -76,19 +85,36 @@ static void frame_count(t_fp_frame_stats *p_frames, e_fp_decode decode, bool is_
     p_frames->fragments += is_fragment;
 }
 
-static void outcome_count(t_fp_replay *p_replay, const t_fp_outcome &outcome, uint32_t bytes)
+static void outcome_count(t_filter_hits *p_hits, const t_fp_outcome &outcome, uint32_t bytes)
 {
-    p_replay->program_error = outcome.p_error != nullptr ? *outcome.p_error : "";
-    fp_filter_stats_count(&p_replay->counts, outcome, bytes);
+    p_hits->program_error = outcome.p_error != nullptr ? *outcome.p_error : "";
+    fp_filter_stats_count(&p_hits->counts, outcome, bytes);
     if (outcome.record == FP_NO_RECORD)
         return;
-    t_record_hits *p_hits = &p_replay->records[outcome.record];
-    p_hits->packets++;
-    p_hits->bytes += bytes;
-    p_hits->policer_drops += outcome.policer_drop;
-    p_hits->is_default = outcome.is_default;
-    p_hits->decision = outcome.decision;
-    p_hits->plain_action = outcome.plain_action;
+    t_record_hits *p_record = &p_hits->records[outcome.record];
+    p_record->packets++;
+    p_record->bytes += bytes;
+    p_record->policer_drops += outcome.policer_drop;
+    p_record->is_default = outcome.is_default;
+    p_record->decision = outcome.decision;
+    p_record->plain_action = outcome.plain_action;
+}
+
+static void packet_send(t_fp_replay *p_replay, const t_fp_packet &packet)
+{
+    t_fp_service *p_service = p_replay->p_service;
+    t_fp_use use = {.filter_id = p_replay->request.filter_id,
+                    .p_header = &packet.header,
+                    .bytes = packet.length,
+                    .now = p_replay->now};
+    if (!p_replay->request.by_place)
+        return outcome_count(&p_replay->hits, fp_engine_run(p_service->engine.get(), use), use.bytes);
+    p_replay->request.place.family = packet.version == 6 ? FP_FAMILY_IPV6 : FP_FAMILY_IPV4;
+    auto seen = [p_replay, &use](const t_fp_stage &stage, const t_fp_outcome &outcome) {
+        outcome_count(&p_replay->bounds[{stage.stage, stage.filter_id}], outcome, use.bytes);
+    };
+    t_fp_fate fate = fp_forward_run(p_service, p_replay->request.place, use, seen);
+    fp_forward_count(&p_replay->forwarding, fate, use.bytes);
 }
 
 // False on an error in the sidecar.
@@ -106,11 +132,7 @@ static bool frame_send(t_fp_replay *p_replay, const t_fp_frame &frame)
         return true;
     for (size_t type = 0; type < std::size(extra.values); type++)
         packet.header.values[type] |= extra.values[type];  // no field is set by both
-    t_fp_use use = {.filter_id = p_replay->request.filter_id,
-                    .p_header = &packet.header,
-                    .bytes = packet.length,
-                    .now = p_replay->now};
-    outcome_count(p_replay, fp_engine_run(p_replay->p_service->engine.get(), use), packet.length);
+    packet_send(p_replay, packet);
     return true;
 }
 
@@ -125,18 +147,54 @@ bool fp_replay_step(t_fp_replay *p_replay, uint32_t max_frames)
     return true;
 }
 
-static fp_json records_json(const t_fp_replay *p_replay)
+// Adds a row for each record, `row` with its members behind.
+static void records_write(const t_filter_hits &hits, const fp_json &row, fp_json *p_rows)
 {
-    fp_json rows = fp_json::array();
-    for (const auto &[record, hits] : p_replay->records) {
-        rows.push_back({{"record", record},
-                        {"verdict", fp_decision_name(hits.decision, hits.plain_action)},
-                        {"default", hits.is_default},
-                        {"packets", hits.packets},
-                        {"bytes", hits.bytes},
-                        {"policer-drops", hits.policer_drops}});
+    for (const auto &[record, record_hits] : hits.records) {
+        fp_json json = row;
+        json.update({{"record", record},
+                     {"verdict", fp_decision_name(record_hits.decision, record_hits.plain_action)},
+                     {"default", record_hits.is_default},
+                     {"packets", record_hits.packets},
+                     {"bytes", record_hits.bytes},
+                     {"policer-drops", record_hits.policer_drops}});
+        p_rows->push_back(json);
     }
-    return rows;
+}
+
+static fp_json hits_json(const t_filter_hits &hits)
+{
+    fp_json json = fp_json::object();
+    if (!hits.program_error.empty())
+        json["reason"] = hits.program_error;
+    json.update(fp_counts_json(hits.counts));
+    return json;
+}
+
+static void filter_write(const t_fp_replay *p_replay, fp_json *p_answer)
+{
+    (*p_answer)["filter"] = fp_filter_shown(p_replay->request.filter_id);
+    p_answer->update(hits_json(p_replay->hits));
+    p_answer->update(fp_frames_json(p_replay->frames));
+    (*p_answer)["records"] = fp_json::array();
+    records_write(p_replay->hits, fp_json::object(), &(*p_answer)["records"]);
+}
+
+static void place_write(const t_fp_replay *p_replay, fp_json *p_answer)
+{
+    p_answer->update(fp_place_json(p_replay->request.place));
+    p_answer->update(fp_forward_counts_json(p_replay->forwarding));
+    p_answer->update(fp_frames_json(p_replay->frames));
+    fp_json filters = fp_json::array();
+    fp_json records = fp_json::array();
+    for (const auto &[key, hits] : p_replay->bounds) {
+        fp_json row = {{"stage", fp_stage_name(key.first)}, {"filter", fp_filter_shown(key.second)}};
+        records_write(hits, row, &records);
+        row.update(hits_json(hits));
+        filters.push_back(row);
+    }
+    (*p_answer)["filters"] = filters;
+    (*p_answer)["records"] = records;
 }
 
 fp_json fp_replay_answer(const t_fp_replay *p_replay)
@@ -145,11 +203,9 @@ fp_json fp_replay_answer(const t_fp_replay *p_replay)
     if (!p_replay->error.empty())
         answer["error"] = p_replay->error;
     answer["request"] = "replay";
-    answer["filter"] = static_cast<int32_t>(p_replay->request.filter_id);
-    if (!p_replay->program_error.empty())
-        answer["reason"] = p_replay->program_error;
-    answer.update(fp_counts_json(p_replay->counts));
-    answer.update(fp_frames_json(p_replay->frames));
-    answer["records"] = records_json(p_replay);
+    if (p_replay->request.by_place)
+        place_write(p_replay, &answer);
+    else
+        filter_write(p_replay, &answer);
     return answer;
 }

@@ -76,14 +76,12 @@ static bool nothing_read(t_words words, t_fp_request *, std::string *p_error)
     return words.empty() || refuse("unknown word " + fp_word_quote(words[0]), p_error);
 }
 
-static bool classify_read(t_words words, t_fp_request *p_request, std::string *p_error)
+static bool fields_read(t_words words, t_fp_request *p_request, std::string *p_error)
 {
     static constexpr uint32_t places[] = {tarn_ip_src_addr, tarn_ip_dst_addr, tarn_ip_src_port,
                                           tarn_ip_dst_port, tarn_ip_protocol};
-    if (!filter_read(words, p_request, p_error))
-        return false;
     size_t place = 0;
-    for (const std::string &word : words.subspan(1)) {
+    for (const std::string &word : words) {
         bool is_named = word.find('=') != std::string::npos;
         if (!is_named && place == std::size(places))
             return refuse("unknown word " + fp_word_quote(word), p_error);
@@ -97,17 +95,134 @@ static bool classify_read(t_words words, t_fp_request *p_request, std::string *p
     return true;
 }
 
-static bool replay_read(t_words words, t_fp_request *p_request, std::string *p_error)
+static bool classify_read(t_words words, t_fp_request *p_request, std::string *p_error)
 {
-    if (!filter_read(words, p_request, p_error))
-        return false;
-    words = words.subspan(1);
+    return filter_read(words, p_request, p_error) && fields_read(words.subspan(1), p_request, p_error);
+}
+
+// ---- Places ----
+
+static bool vpn_read(const std::string &word, t_fp_place *p_place)
+{
+    return fp_number_read(word, &p_place->vpn);
+}
+
+static bool interface_read(const std::string &word, t_fp_place *p_place)
+{
+    p_place->interface = word;
+    return !word.empty();
+}
+
+static bool direction_read(const std::string &word, t_fp_place *p_place)
+{
+    return fp_packet_direction_read(word, &p_place->direction);
+}
+
+static bool side_read(const std::string &word, t_fp_place *p_place)
+{
+    return fp_side_read(word, &p_place->side);
+}
+
+static bool family_read(const std::string &word, t_fp_place *p_place)
+{
+    return fp_family_read(word, &p_place->family);
+}
+
+struct t_place_row {
+    std::string_view name;
+    bool is_required;
+    bool is_of_packet;  // a replay has it from its packets
+    bool (*p_read)(const std::string &word, t_fp_place *p_place);
+};
+
+// The required ones in the order of their places.
+static constexpr t_place_row place_rows[] = {
+    {"vpn", true, false, vpn_read},
+    {"interface", true, false, interface_read},
+    {"direction", true, false, direction_read},
+    {"from", false, false, side_read},
+    {"family", false, true, family_read},
+};
+
+static const t_place_row *place_row_find(std::string_view name)
+{
+    auto found = std::find_if(std::begin(place_rows), std::end(place_rows),
+                              [name](const t_place_row &row) { return row.name == name; });
+    return found != std::end(place_rows) ? &*found : nullptr;
+}
+
+static bool place_set(const t_place_row &row, const std::string &word, t_fp_request *p_request,
+                      std::string *p_error)
+{
+    return row.p_read(word, &p_request->place) ||
+           refuse("no " + std::string(row.name) + ": " + fp_word_quote(word), p_error);
+}
+
+static void place_begin(t_fp_request *p_request)
+{
+    p_request->by_place = true;
+    p_request->place.side = FP_SIDE_SERVICE;
+}
+
+static bool forward_read(t_words words, t_fp_request *p_request, std::string *p_error)
+{
+    static constexpr size_t num_required = 3;
+    place_begin(p_request);
+    if (words.size() < num_required)
+        return refuse("the place is VPN INTERFACE DIRECTION", p_error);
+    std::vector<std::string> fields;
+    for (size_t i = 0; i < words.size(); i++) {
+        size_t equals = words[i].find('=');
+        const t_place_row *p_row = i < num_required ? &place_rows[i] : nullptr;
+        if (i >= num_required && equals != std::string::npos)
+            p_row = place_row_find(words[i].substr(0, equals));
+        if (p_row == nullptr)
+            fields.push_back(words[i]);
+        else if (!place_set(*p_row, words[i].substr(i < num_required ? 0 : equals + 1), p_request, p_error))
+            return false;
+    }
+    return fields_read(fields, p_request, p_error);
+}
+
+static bool file_read(t_words words, t_fp_request *p_request, std::string *p_error)
+{
     if (words.empty())
         return refuse("the file is missing", p_error);
     p_request->file = words[0];
     p_request->sidecar = words.size() > 1 && words[1] == "--sidecar";
     return nothing_read(words.subspan(p_request->sidecar ? 2 : 1), p_request, p_error);
 }
+
+static bool replay_place_read(t_words words, t_fp_request *p_request, std::string *p_error)
+{
+    place_begin(p_request);
+    uint32_t seen = 0;  // a bit for each row
+    while (!words.empty() && words[0].starts_with("--")) {
+        const t_place_row *p_row = place_row_find(std::string_view(words[0]).substr(2));
+        if (p_row == nullptr || p_row->is_of_packet)
+            return refuse("unknown word " + fp_word_quote(words[0]), p_error);
+        if (words.size() == 1)
+            return refuse("nothing stands behind " + words[0], p_error);
+        if (!place_set(*p_row, words[1], p_request, p_error))
+            return false;
+        seen |= 1u << (p_row - place_rows);
+        words = words.subspan(2);
+    }
+    for (size_t i = 0; i < std::size(place_rows); i++) {
+        if (place_rows[i].is_required && (seen & 1u << i) == 0)
+            return refuse("--" + std::string(place_rows[i].name) + " is missing", p_error);
+    }
+    return file_read(words, p_request, p_error);
+}
+
+static bool replay_read(t_words words, t_fp_request *p_request, std::string *p_error)
+{
+    if (!words.empty() && words[0].starts_with("--"))
+        return replay_place_read(words, p_request, p_error);
+    return filter_read(words, p_request, p_error) && file_read(words.subspan(1), p_request, p_error);
+}
+
+// ---- The table of requests ----
 
 struct t_request_row {
     std::string_view name;
@@ -116,10 +231,9 @@ struct t_request_row {
 };
 
 static constexpr t_request_row requests[] = {
-    {"load", FP_REQUEST_LOAD, nothing_read},
-    {"classify", FP_REQUEST_CLASSIFY, classify_read},
-    {"replay", FP_REQUEST_REPLAY, replay_read},
-    {"stats", FP_REQUEST_STATS, nothing_read},
+    {"load", FP_REQUEST_LOAD, nothing_read},         {"classify", FP_REQUEST_CLASSIFY, classify_read},
+    {"replay", FP_REQUEST_REPLAY, replay_read},      {"forward", FP_REQUEST_FORWARD, forward_read},
+    {"bindings", FP_REQUEST_BINDINGS, nothing_read}, {"stats", FP_REQUEST_STATS, nothing_read},
 };
 
 static bool words_parse(t_words words, t_fp_request *p_request, std::string *p_error)
@@ -163,28 +277,60 @@ static bool fields_of(const t_json &object, std::vector<std::string> *p_words, s
     return true;
 }
 
-// The members that are words of their own, in the words' order.
-static bool members_of(const t_json &object, std::vector<std::string> *p_words, std::string *p_error)
+static bool member_word(const t_json &object, std::string_view name, std::string *p_word,
+                        std::string *p_error)
 {
-    for (const char *name : {"request", "filter", "file"}) {
-        auto found = object.find(name);
-        if (found == object.end())
+    return word_of(object[name], p_word) ||
+           refuse('"' + std::string(name) + "\" is neither text nor a whole number", p_error);
+}
+
+// The place's members, as the request writes them in words.
+static bool place_of(const t_json &object, std::vector<std::string> *p_words, std::string *p_error)
+{
+    bool is_forward = p_words->front() == "forward";
+    for (const t_place_row &row : place_rows) {
+        std::string word;
+        if (!object.contains(row.name))
             continue;
-        p_words->emplace_back();
-        if (!word_of(*found, &p_words->back()))
-            return refuse(std::string("\"") + name + "\" is neither text nor a whole number", p_error);
+        if (!member_word(object, row.name, &word, p_error))
+            return false;
+        if (!is_forward)
+            p_words->push_back("--" + std::string(row.name));
+        else if (!row.is_required)
+            word.insert(0, std::string(row.name) + '=');
+        p_words->push_back(word);
     }
     return true;
 }
 
-static bool json_words(std::string_view line, std::vector<std::string> *p_words, std::string *p_error)
+// The members that are words of their own, in the words' order.
+static bool members_of(const t_json &object, std::vector<std::string> *p_words, std::string *p_error)
 {
-    static constexpr std::string_view known[] = {"request", "filter", "file", "fields", "sidecar"};
-    t_json object = t_json::parse(line, nullptr, false);
-    if (!object.is_object())
-        return refuse("the line is no JSON object", p_error);
+    for (std::string_view name : {"request", "filter", "place", "file"}) {
+        if (name == "place") {
+            if (!p_words->empty() && !place_of(object, p_words, p_error))
+                return false;
+        } else if (object.contains(name)) {
+            p_words->emplace_back();
+            if (!member_word(object, name, &p_words->back(), p_error))
+                return false;
+        }
+    }
+    return true;
+}
+
+static bool is_known(std::string_view name)
+{
+    static constexpr std::string_view known[] = {"request", "filter",  "file",      "fields",
+                                                 "vpns",    "sidecar", "interfaces"};
+    return std::find(std::begin(known), std::end(known), name) != std::end(known) ||
+           place_row_find(name) != nullptr;
+}
+
+static bool json_words(const t_json &object, std::vector<std::string> *p_words, std::string *p_error)
+{
     for (const auto &[name, value] : object.items()) {
-        if (std::find(std::begin(known), std::end(known), name) == std::end(known))
+        if (!is_known(name))
             return refuse("there is no member \"" + name + '"', p_error);
     }
     if (!members_of(object, p_words, p_error))
@@ -196,14 +342,30 @@ static bool json_words(std::string_view line, std::vector<std::string> *p_words,
     return !object.contains("fields") || fields_of(object["fields"], p_words, p_error);
 }
 
+static bool json_parse(std::string_view line, t_fp_request *p_request, std::string *p_error)
+{
+    t_json object = t_json::parse(line, nullptr, false);
+    if (!object.is_object())
+        return refuse("the line is no JSON object", p_error);
+    std::vector<std::string> words;
+    if (!json_words(object, &words, p_error) || !words_parse(words, p_request, p_error))
+        return false;
+    p_request->has_bindings = object.contains("vpns") || object.contains("interfaces");
+    if (!p_request->has_bindings)
+        return true;
+    if (p_request->kind != FP_REQUEST_BINDINGS)
+        return refuse("only bindings have rows", p_error);
+    return fp_bindings_read(object, &p_request->bindings, p_error);
+}
+
 bool fp_request_parse(std::string_view line, t_fp_request *p_request, std::string *p_error)
 {
     *p_request = {};
     p_request->header = fp_header_blank();
-    std::vector<std::string> words;
     p_request->json = line.starts_with('{');
     if (p_request->json)
-        return json_words(line, &words, p_error) && words_parse(words, p_request, p_error);
+        return json_parse(line, p_request, p_error);
+    std::vector<std::string> words;
     if (!fp_words_split(line, &words))
         return refuse("a quote is open", p_error);
     p_request->json = std::erase(words, "--json") > 0;

@@ -3,6 +3,9 @@
 //   load
 //   classify FILTER [SRC DST SPORT DPORT PROTO] [NAME=VALUE]...     fields of fp_fields.h
 //   replay FILTER FILE [--sidecar]
+//   forward VPN INTERFACE in|out [from=SIDE] [family=FAMILY] [SRC DST SPORT DPORT PROTO] [NAME=VALUE]...
+//   replay --vpn VPN --interface INTERFACE --direction in|out [--from SIDE] FILE [--sidecar]
+//   bindings
 //   stats
 //
 // Words are separated by blanks; a word in double quotes may hold blanks, and a backslash in it takes the
@@ -10,10 +13,16 @@
 //
 //   {"request": "classify", "filter": 3, "fields": {"src": "10.0.0.1", "dport": 53}}
 //   {"request": "replay", "filter": 3, "file": "a.pcap", "sidecar": true}
+//   {"request": "forward", "vpn": 10, "interface": "ge0/1", "direction": "in", "from": "tunnel", "fields":
+//   {}}
+//   {"request": "bindings", "vpns": [...], "interfaces": [...]}     replaces the table; see fp_bindings.h
 //
-// FILTER is a filter id; -1 and ids from the number of slots up have no program.
+// FILTER is a filter id; -1 and ids from the number of slots up have no program. SIDE is "service", which
+// holds when nothing is said, or "tunnel". FAMILY is "ipv4", the same, or "ipv6"; a replay takes it from each
+// packet.
 #pragma once
 
+#include "lab/fp/fp_bindings.h"
 #include "lab/fp/walker.h"
 
 #include <cstdint>
@@ -25,6 +34,8 @@ enum e_fp_request {
     FP_REQUEST_LOAD,
     FP_REQUEST_CLASSIFY,
     FP_REQUEST_REPLAY,
+    FP_REQUEST_FORWARD,
+    FP_REQUEST_BINDINGS,
     FP_REQUEST_STATS,
 };
 
@@ -32,9 +43,13 @@ struct t_fp_request {
     e_fp_request kind;
     bool json;  // the form of the answer
     uint32_t filter_id;
+    bool by_place;  // filters are those bound at the place; filter_id says nothing
+    t_fp_place place;
     t_fp_header header;
     std::string file;
     bool sidecar;
+    bool has_bindings;  // a new table
+    t_fp_bindings bindings;
 };
 
 // False with the reason; json is right then, too.

@@ -74,6 +74,7 @@ static fp_json stats_answer(const t_fp_service *p_service)
     fp_json answer = {{"ok", true}, {"request", "stats"}};
     answer.update(fp_counts_json(fp_engine_total(p_service->engine.get())));
     answer.update(fp_frames_json(p_service->frames));
+    answer["forwarding"] = fp_forward_stats_json(p_service->forwarding);
     answer["filters"] = fp_json::array();
     uint32_t filter_id = 0;
     for (const t_fp_filter_stats &stats : fp_engine_stats(p_service->engine.get())) {
@@ -86,6 +87,16 @@ static fp_json stats_answer(const t_fp_service *p_service)
     return answer;
 }
 
+static fp_json bindings_answer(t_fp_service *p_service, const t_fp_request &request)
+{
+    if (request.has_bindings)
+        p_service->bindings = request.bindings;
+    fp_json answer = {{"ok", true}, {"request", "bindings"}};
+    if (!request.has_bindings)
+        answer.update(fp_bindings_json(p_service->bindings));
+    return answer;
+}
+
 fp_json fp_service_answer(t_fp_service *p_service, const t_fp_request &request)
 {
     switch (request.kind) {
@@ -93,6 +104,10 @@ fp_json fp_service_answer(t_fp_service *p_service, const t_fp_request &request)
         return load_answer(p_service);
     case FP_REQUEST_CLASSIFY:
         return classify_answer(p_service, request);
+    case FP_REQUEST_FORWARD:
+        return fp_forward_answer(p_service, request);
+    case FP_REQUEST_BINDINGS:
+        return bindings_answer(p_service, request);
     case FP_REQUEST_STATS:
         return stats_answer(p_service);
     case FP_REQUEST_REPLAY:

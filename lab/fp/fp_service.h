@@ -4,6 +4,10 @@
 // request and "request" repeats its name. fp_answer_text makes text of it. A replay may be long, so it runs
 // in steps: start it, step until it is done, then take its answer. Dropping it half way is fine; what it
 // counted stays. Replays may run side by side. One thread; a replay must not outlive its service.
+//
+// A packet with a place meets the filters bound there, in the order interface list, application-route, data
+// policy, each with the fields with which the packet came. One that rejects it, or polices it away, is the
+// last. A replay looks the table up for each packet, so it follows a change.
 #pragma once
 
 #include "lab/fp/fp_clock.h"
@@ -11,6 +15,7 @@
 #include "lab/fp/fp_request.h"
 #include "lab/fp/fp_verdict.h"
 
+#include <array>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -24,10 +29,24 @@ struct t_fp_frame_stats {
     uint64_t fragments;  // among those classified
 };
 
+// Packets sent through the filters bound at a place. Each is counted once in one of accepted, rejected and
+// policer_drops.
+struct t_fp_forward_stats {
+    uint64_t packets;
+    uint64_t bytes;
+    uint64_t accepted;  // went on, also without a program
+    uint64_t rejected;
+    uint64_t policer_drops;
+    uint64_t unbound;                                 // among the accepted: nothing is bound there
+    std::array<t_fp_filter_stats, FP_STAGES> stages;  // by e_fp_stage
+};
+
 struct t_fp_service {
     fp_engine_ptr engine;
     t_fp_clock clock;
     t_fp_frame_stats frames;
+    t_fp_bindings bindings = {};
+    t_fp_forward_stats forwarding = {};
 };
 
 // All requests but replays.
@@ -47,7 +66,8 @@ using fp_replay_ptr = std::unique_ptr<t_fp_replay, t_fp_replay_deleter>;
 // Opens the files of the request. Null with the reason.
 fp_replay_ptr fp_replay_start(t_fp_service *p_service, const t_fp_request &request, std::string *p_error);
 
-// Sends up to max_frames frames through the filter. False when the end, or an error, has been reached.
+// Sends up to max_frames frames through the filter, or the filters. False when the end, or an error, has been
+// reached.
 bool fp_replay_step(t_fp_replay *p_replay, uint32_t max_frames);
 
 // The answer of a replay that has ended. After an error in a file it holds what came before, too.

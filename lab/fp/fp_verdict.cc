@@ -1,5 +1,7 @@
 #include "lab/fp/fp_verdict.h"
 
+#include "lab/fp/fp_bindings.h"
+
 #include <algorithm>
 #include <cstring>
 #include <nlohmann/json.hpp>
@@ -207,7 +209,7 @@ static fp_json action_json(const t_fp_outcome &outcome, const t_fp_executed &exe
 
 fp_json fp_verdict_json(const t_fp_outcome &outcome)
 {
-    fp_json json = {{"filter", static_cast<int32_t>(outcome.filter_id)},
+    fp_json json = {{"filter", fp_filter_shown(outcome.filter_id)},
                     {"verdict", fp_decision_name(outcome.decision, outcome.plain_action)}};
     if (outcome.p_error != nullptr) {
         json["reason"] = *outcome.p_error;

@@ -25,6 +25,12 @@ static constexpr char usage[] =
     "  load                                                         open all programs, list them\n"
     "  classify FILTER [SRC DST SPORT DPORT PROTO] [NAME=VALUE]...  one packet by its fields\n"
     "  replay FILTER FILE [--sidecar]                               the packets of a capture file\n"
+    "  forward VPN INTERFACE in|out [from=service|tunnel] [family=ipv4|ipv6]\n"
+    "          [SRC DST SPORT DPORT PROTO] [NAME=VALUE]...          one packet through what is bound there\n"
+    "  replay --vpn VPN --interface INTERFACE --direction in|out [--from service|tunnel]\n"
+    "          FILE [--sidecar]                                     a capture file through what is bound "
+    "there\n"
+    "  bindings                                                     which filters are bound where\n"
     "  stats                                                        what was counted since fpd began\n\n"
     "  -s, --socket PATH  default /var/run/fpd.sock\n"
     "  -j, --json         print the answer in JSON; may stand anywhere\n"
@@ -62,12 +68,21 @@ static int options_read(int argc, char **argv, t_options *p_options)
     return STATUS_USAGE;
 }
 
+// Where a replay's file stands among the words: behind the filter id, or behind the options of a place.
+static size_t file_place(const std::vector<std::string> &words)
+{
+    size_t place = 1;
+    while (place < words.size() && words[place].starts_with("--"))
+        place += 2;
+    return place == 1 ? 2 : place;
+}
+
 // fpd has a working folder of its own.
 static void file_make_absolute(std::vector<std::string> *p_words)
 {
-    static constexpr size_t file_place = 2;
-    if ((*p_words)[0] == "replay" && p_words->size() > file_place)
-        (*p_words)[file_place] = std::filesystem::absolute((*p_words)[file_place]).string();
+    size_t place = file_place(*p_words);
+    if ((*p_words)[0] == "replay" && p_words->size() > place)
+        (*p_words)[place] = std::filesystem::absolute((*p_words)[place]).string();
 }
 
 static int fail(const std::string &what, int reason)

@@ -183,7 +183,7 @@ TEST_F(FpControlShortTest, AClientThatGoesAwayTakesItsReplayWithIt)
 TEST_F(FpControlShortTest, ALineTooLongEndsTheConnection)
 {
     int fd = connect_client();
-    send_text(fd, std::string(300 * 1024, 'x'));
+    send_text(fd, std::string(5 * 1024 * 1024, 'x'));
     std::vector<std::string> lines = receive_lines(fd, 3);
     ASSERT_GE(lines.size(), 1u);
     EXPECT_EQ(lines[0], "error: the line is too long");

@@ -64,6 +64,46 @@ TEST(FpRequestShortTest, FieldsByPlaceAndByName)
     }
 }
 
+TEST(FpRequestShortTest, PlacesInWordsAndInObjects)
+{
+    struct t_case {
+        const char *line;
+        e_fp_request kind;
+        t_fp_place place;
+    };
+    static const t_case cases[] = {
+        {"forward 10 ge0/1 in",
+         FP_REQUEST_FORWARD,
+         {10, "ge0/1", FP_INTERFACE_DIRECTION_IN, FP_SIDE_SERVICE, FP_FAMILY_IPV4}},
+        {"forward 10 a=b out from=tunnel family=ipv6 - - - 53 udp",
+         FP_REQUEST_FORWARD,
+         {10, "a=b", FP_INTERFACE_DIRECTION_OUT, FP_SIDE_TUNNEL, FP_FAMILY_IPV6}},
+        {R"({"request": "forward", "vpn": 10, "interface": "a b", "direction": "out", "from": "tunnel",
+             "family": "ipv6", "fields": {"dport": 53}})",
+         FP_REQUEST_FORWARD,
+         {10, "a b", FP_INTERFACE_DIRECTION_OUT, FP_SIDE_TUNNEL, FP_FAMILY_IPV6}},
+        {"replay --direction out --vpn 7 --interface ge0/1 --from tunnel /a.pcap",
+         FP_REQUEST_REPLAY,
+         {7, "ge0/1", FP_INTERFACE_DIRECTION_OUT, FP_SIDE_TUNNEL, FP_FAMILY_IPV4}},
+        {R"({"request": "replay", "file": "/a.pcap", "vpn": 7, "interface": "x", "direction": "in"})",
+         FP_REQUEST_REPLAY,
+         {7, "x", FP_INTERFACE_DIRECTION_IN, FP_SIDE_SERVICE, FP_FAMILY_IPV4}},
+    };
+    for (const t_case &c : cases) {
+        t_fp_request request = {};
+        std::string error;
+        ASSERT_TRUE(fp_request_parse(c.line, &request, &error)) << c.line << ": " << error;
+        EXPECT_EQ(request.kind, c.kind) << c.line;
+        EXPECT_TRUE(request.by_place) << c.line;
+        EXPECT_EQ(request.place.vpn, c.place.vpn) << c.line;
+        EXPECT_EQ(request.place.interface, c.place.interface) << c.line;
+        EXPECT_EQ(request.place.direction, c.place.direction) << c.line;
+        EXPECT_EQ(request.place.side, c.place.side) << c.line;
+        EXPECT_EQ(request.place.family, c.place.family) << c.line;
+        EXPECT_EQ(request.file, c.kind == FP_REQUEST_REPLAY ? "/a.pcap" : "") << c.line;
+    }
+}
+
 TEST(FpRequestShortTest, BadRequestsTellWhatDoesNotHold)
 {
     struct t_case {
@@ -88,6 +128,20 @@ TEST(FpRequestShortTest, BadRequestsTellWhatDoesNotHold)
         {"classify 1 dport=", "\"\" is no value of a field"},
         {"replay 1", "the file is missing"},
         {"replay 1 a.pcap --fast", "unknown word \"--fast\""},
+        {"forward 10 ge0/1", "the place is VPN INTERFACE DIRECTION"},
+        {"forward x ge0/1 in", "no vpn: \"x\""},
+        {"forward 10 \"\" in", "no interface: \"\""},
+        {"forward 10 ge0/1 none", "no direction: \"none\""},
+        {"forward 10 ge0/1 in from=all", "no from: \"all\""},
+        {"forward 10 ge0/1 in family=4", "no family: \"4\""},
+        {"forward 10 ge0/1 in 10.0.0.1", "the fields are SRC DST SPORT DPORT PROTO"},
+        {"replay --vpn 10 --interface ge0/1 a.pcap", "--direction is missing"},
+        {"replay --vpn", "nothing stands behind --vpn"},
+        {"replay --family ipv4 a.pcap", "unknown word \"--family\""},
+        {"replay --vpn 10 --interface ge0/1 --direction in", "the file is missing"},
+        {"{\"request\": \"forward\", \"vpn\": [1]}", "\"vpn\" is neither text nor a whole number"},
+        {"{\"request\": \"bindings\", \"vpns\": []}", "\"interfaces\" is no array"},
+        {"{\"request\": \"load\", \"vpns\": []}", "only bindings have rows"},
         {"{", "the line is no JSON object"},
         {"{}", "the request is empty"},
         {"{\"request\": [\"load\"]}", "\"request\" is neither text nor a whole number"},
