@@ -30,4 +30,10 @@ int tarn_config_remove_app_list_from_policy(t_tarn *p_tarn, const char *app_list
                                             e_tarn_dpi_app_list_loc_type loc_type, uint32_t policy_type,
                                             const char *policy_name, const char *vpn_list_name);
 
+// A value of the model's enumeration of applications or of families: its text (128 bytes; empty if the model
+// doesn't know the value) and the catalogue's id of the application, 0 if unknown. A family's value is its id
+// and comes back as it is.
+uint32_t tarn_config_confd_app_to_qosmos_app(uint32_t app_id, char *app_name);
+uint32_t tarn_config_confd_app_family_to_qosmos_app_family(uint32_t app_id, char *app_name);
+
 void tarn_config_app_list_destroy(t_tarn *p_tarn);  // frees all, tells nobody; leaves the tree

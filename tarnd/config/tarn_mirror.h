@@ -42,6 +42,7 @@ struct t_tarn_mirror_intf_config {
     char name[TARN_NAME_SIZE];  // the kernel's
 };
 
+// IPv4 words in network order, as programs have them.
 struct t_tarn_mirror_tunnel_config {
     t_dlnode dlnode;
     t_fp_ipaddr src_ip;

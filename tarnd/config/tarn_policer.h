@@ -61,6 +61,13 @@ int tarn_config_policer_delete(t_tarn *p_tarn, const t_tarn_policer_config *p_po
 t_tarn_policer_config *tarn_policer_find(const t_tarn *p_tarn, const char *name,
                                          e_tarn_policy_policer_type type);
 
+// A rule's instance, in a record of the caller's: takes rate, burst and action of the named policer and links
+// the instance into its owner's policer_db and the policer's instance_db. 17, with nothing linked, when
+// either has that key. The second call unlinks it; the record stays the caller's.
+int tarn_policer_instance_make(t_tarn_policer_config *p_policer, const t_tarn_policer_key *p_key,
+                               avl_tree_t *p_owner_db, t_tarn_policer_config *p_instance);
+void tarn_policer_instance_drop(t_tarn *p_tarn, avl_tree_t *p_owner_db, t_tarn_policer_config *p_instance);
+
 // Writes one instance's rate into its running programs; a step of avl_foreach over instance_db with the
 // t_tarn as arg1 and the named policer as arg2.
 int tarn_config_policer_inst_change(void *p_node, void *arg1, void *arg2);

@@ -28,6 +28,9 @@ int tarn_policy_change(t_tarn *p_tarn, t_tarn_policy *p_policy, t_tarn_policy_vp
 void tarn_process_class_change(t_tarn *p_tarn, const t_tarn_class *p_class);
 void tarn_process_sla_class_change(t_tarn *p_tarn, const t_tarn_sla_class *p_sla_class, uint8_t sla_class_id);
 
+// Marks the context that a list's record of its users names; whoever is gone is passed over.
+void tarn_process_context_change(t_tarn *p_tarn, const t_tarn_vpn_list_key2 *p_key);
+
 // Marks all that waits for filter memory and runs a pass. freed_memory: blocks that have come free.
 int tarn_process_oom_policies(t_tarn *p_tarn, int freed_memory);
 

@@ -256,6 +256,9 @@ int tarn_action_tloc_list_take(t_tarn *p_tarn, t_tarn_config_rule *p_rule, t_tar
 // Fills the empty rule, which stands in a table of the context's, with fields and the action record.
 int tarn_process_rule(t_tarn *p_tarn, t_tarn_rule *p_rule, const t_tarn_config_rule *p_config_rule);
 
+// An SLA class in a slot, which is zeroed.
+void tarn_sla_class_fill(t_tarn_sla_class_info *p_info, const t_tarn_action_sla_class *p_sla_class);
+
 // ---- Values of the data model ----
 
 uint32_t tarn_yang_tcp_match_to_filter_tcp_match(uint32_t bits);

@@ -39,7 +39,8 @@ t_tarn_tloc_list *tarn_tloc_list_find_or_make(t_tarn *p_tarn, const t_tarn_vpn_l
 // Takes the list out of the store and frees it with its elements.
 void tarn_tloc_list_free(t_tarn *p_tarn, t_tarn_tloc_list *p_list);
 
-// Elements: 17 when list_num is there, 2 when it isn't, 12. The last one deleted takes the list along.
+// Elements: 17 when list_num is there, 2 when it isn't, 12. Deletion takes along a list that is empty then,
+// also one that was empty before.
 int tarn_tloc_list_elem_add(t_tarn_tloc_list *p_list, const t_tarn_tloc_elem *p_elem);
 t_tarn_tloc_elem *tarn_tloc_list_elem_find(const t_tarn_tloc_list *p_list, uint32_t list_num);
 int tarn_tloc_list_elem_delete(t_tarn *p_tarn, t_tarn_tloc_list *p_list, uint32_t list_num);

@@ -8,9 +8,10 @@
 
 #include "tarnd/core/tarn.h"
 
-// System error numbers that start-up reports, beside those that the parts report themselves.
+// What start-up reports, beside the numbers that the parts report themselves.
 inline constexpr int TARN_INIT_NO_MEMORY = 12;
 inline constexpr int TARN_INIT_NO_SIGNAL = 5;
+inline constexpr int TARN_INIT_NO_SYSMGR = -10;
 
 extern uint8_t run_foreground;
 extern char g_hostname[128];

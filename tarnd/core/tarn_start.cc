@@ -2,14 +2,21 @@
 
 #include "common/cli_print.h"
 #include "common/lum_log.h"
+#include "common/lum_util.h"
 #include "common/priority_timers.h"
 #include "common/timer.h"
 #include "lconfd/lconfd_api.h"
 #include "platform/confd/confd_maapi.h"
+#include "sysmgr/sysmgr_app.h"
 #include "tarnd/compiler/tarn_context.h"
 #include "tarnd/compiler/tarn_mem_mgr.h"
+#include "tarnd/config/tarn_class.h"
+#include "tarnd/config/tarn_policy.h"
 #include "tarnd/core/tarn_main.h"
 #include "tarnd/core/tarn_system_message.h"
+#include "tarnd/dpi/tarn_dpi.h"
+#include "tarnd/peers/tarn_ftm.h"
+#include "tarnd/peers/tarn_ttm.h"
 
 #include <cstdarg>
 #include <cstdio>
@@ -100,6 +107,40 @@ static void delete_context(t_tarn *p_tarn)
     tarn_delete_context(std::exchange(p_tarn->p_context, nullptr));
 }
 
+static void stop_ftm(t_tarn *p_tarn)
+{
+    tarn_ftm_destroy(p_tarn);
+}
+
+static void stop_ttm(t_tarn *p_tarn)
+{
+    tarn_ttm_destroy(p_tarn);
+}
+
+static int connect_sysmgr(t_tarn *p_tarn)
+{
+    p_tarn->p_sysmgr_app =
+        app_sysmgr_connect(p_tarn->p_event_base, p_tarn->p_timer_mgr, 0, LUM_MODULE_TARN, p_tarn, nullptr);
+    return p_tarn->p_sysmgr_app != nullptr ? 0 : TARN_INIT_NO_SYSMGR;
+}
+
+static void disconnect_sysmgr(t_tarn *p_tarn)
+{
+    app_sysmgr_disconnect(std::exchange(p_tarn->p_sysmgr_app, nullptr));
+}
+
+// The channels are up.
+static int end_stage_1(t_tarn *)
+{
+    TARN_LOG("Initialization - Stage 1 complete");
+    return 0;
+}
+
+static void stop_dpi(t_tarn *)
+{
+    tarn_dpi_destroy();
+}
+
 static void close_log(t_tarn *)
 {
     closelog();
@@ -108,6 +149,22 @@ static void close_log(t_tarn *)
 static const f_tarn_stop after_event[] = {tarn_event_destroy};
 static const f_tarn_stop after_timers[] = {stop_timers, tarn_event_destroy};
 static const f_tarn_stop after_filter[] = {stop_filter, stop_timers, tarn_event_destroy};
+static const f_tarn_stop after_classes[] = {tarn_class_destroy, stop_filter, stop_timers, tarn_event_destroy};
+static const f_tarn_stop after_sla_classes[] = {tarn_sla_class_destroy, tarn_class_destroy, stop_filter,
+                                                stop_timers, tarn_event_destroy};
+static const f_tarn_stop after_config[] = {tarn_config_destroy, tarn_sla_class_destroy,
+                                           tarn_class_destroy,  stop_filter,
+                                           stop_timers,         tarn_event_destroy};
+static const f_tarn_stop after_ftm[] = {stop_ftm,           tarn_config_destroy, tarn_sla_class_destroy,
+                                        tarn_class_destroy, stop_filter,         stop_timers,
+                                        tarn_event_destroy};
+static const f_tarn_stop after_ttm[] = {
+    stop_ttm,           stop_ftm,    tarn_config_destroy, tarn_sla_class_destroy,
+    tarn_class_destroy, stop_filter, stop_timers,         tarn_event_destroy};
+// From here on the classes go before the store.
+static const f_tarn_stop after_context[] = {
+    delete_context,      stop_ttm,    stop_ftm,    tarn_sla_class_destroy, tarn_class_destroy,
+    tarn_config_destroy, stop_filter, stop_timers, tarn_event_destroy};
 
 static const t_tarn_start_step start_steps[] = {
     {"host name", name_host, {}},
@@ -118,11 +175,22 @@ static const t_tarn_start_step start_steps[] = {
     {"timers", start_timers, after_event},
     {"filter memory", start_filter, after_timers},
     {"program memory", register_filter_memory, {}},
-    {"compiler context", create_context, after_filter},
+    {"application catalogue", tarn_dpi_begin_start, {}},
+    {"classes", tarn_class_init, after_filter},
+    {"SLA classes", tarn_sla_class_init, after_classes},
+    {"store", tarn_config_init, after_sla_classes},
+    {"FTM", tarn_ftm_init, after_config},
+    {"TTM", tarn_ttm_init, after_ftm},
+    {"compiler context", create_context, after_ttm},
+    {"system manager", connect_sysmgr, after_context},
+    {"end of stage 1", end_stage_1, {}},
+    {"end of application catalogue", tarn_dpi_finish_start, {}},
 };
 
-static const f_tarn_stop stop_order[] = {delete_context, stop_filter, stop_timers, tarn_event_destroy,
-                                         close_log};
+// The classes stay, and FTM goes before TTM.
+static const f_tarn_stop stop_order[] = {
+    disconnect_sysmgr,   stop_dpi,    delete_context, stop_ftm,           stop_ttm,
+    tarn_config_destroy, stop_filter, stop_timers,    tarn_event_destroy, close_log};
 
 std::span<const t_tarn_start_step> g_tarn_start_steps = start_steps;
 std::span<const f_tarn_stop> g_tarn_stop_order = stop_order;
@@ -137,7 +205,6 @@ int tarn_init(t_tarn *p_tarn)
             stop(p_tarn);
         return status;
     }
-    TARN_LOG("Initialization - Stage 1 complete");
     TARN_LOG("Initialization - Stage 2 complete");
     return 0;
 }

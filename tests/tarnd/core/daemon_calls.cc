@@ -5,7 +5,9 @@
 #include <event2/event.h>
 #include <unistd.h>
 
+#include "common/lum_log.h"
 #include "common/timer.h"
+#include "sysmgr/sysmgr_app.h"
 #include "tarnd/compiler/tarn_context.h"
 
 static DaemonCalls *g_calls;
@@ -178,19 +180,87 @@ void wrap_delete_context(t_tarn_context *p_context)
     real_delete_context(p_context);
 }
 
-using f_part_destroy = void(t_tarn *);
-f_part_destroy real_base_timer_destroy asm("__real__Z23tarn_base_timer_destroyP6t_tarn");
-f_part_destroy wrap_base_timer_destroy asm("__wrap__Z23tarn_base_timer_destroyP6t_tarn");
-void wrap_base_timer_destroy(t_tarn *p_tarn)
+// Parts of t_tarn. carried_out: whether the real function runs, too; those that reach other processes or
+// shared memory do not.
+
+using f_part_start = int(t_tarn *);
+using f_part_stop = void(t_tarn *);
+using f_part_stop_told = int(t_tarn *);
+
+static constexpr int part_status = 78;
+
+#define PART_START(name, symbol, carried_out)                                                                \
+    f_part_start real_##name asm("__real_" symbol);                                                          \
+    f_part_start wrap_##name asm("__wrap_" symbol);                                                          \
+    int wrap_##name(t_tarn *p_tarn)                                                                          \
+    {                                                                                                        \
+        if (!start(#name))                                                                                   \
+            return part_status;                                                                              \
+        return (carried_out) ? real_##name(p_tarn) : 0;                                                      \
+    }
+
+#define PART_STOP(name, symbol, what)                                                                        \
+    f_part_stop real_##name asm("__real_" symbol);                                                           \
+    f_part_stop wrap_##name asm("__wrap_" symbol);                                                           \
+    void wrap_##name(t_tarn *p_tarn)                                                                         \
+    {                                                                                                        \
+        stop(what);                                                                                          \
+        real_##name(p_tarn);                                                                                 \
+    }
+
+#define CHANNEL_STOP(name, symbol, what)                                                                     \
+    f_part_stop_told wrap_##name asm("__wrap_" symbol);                                                      \
+    int wrap_##name(t_tarn *)                                                                                \
+    {                                                                                                        \
+        stop(what);                                                                                          \
+        return 0;                                                                                            \
+    }
+
+PART_START(tarn_class_init, "_Z15tarn_class_initP6t_tarn", true)
+PART_START(tarn_sla_class_init, "_Z19tarn_sla_class_initP6t_tarn", true)
+PART_START(tarn_config_init, "_Z16tarn_config_initP6t_tarn", true)
+PART_START(tarn_ftm_init, "_Z13tarn_ftm_initP6t_tarn", false)
+PART_START(tarn_ttm_init, "_Z13tarn_ttm_initP6t_tarn", false)
+
+PART_STOP(base_timer_destroy, "_Z23tarn_base_timer_destroyP6t_tarn", "timers")
+PART_STOP(event_destroy, "_Z18tarn_event_destroyP6t_tarn", "event base")
+PART_STOP(class_destroy, "_Z18tarn_class_destroyP6t_tarn", "classes")
+PART_STOP(sla_class_destroy, "_Z22tarn_sla_class_destroyP6t_tarn", "SLA classes")
+PART_STOP(config_destroy, "_Z19tarn_config_destroyP6t_tarn", "store")
+CHANNEL_STOP(ftm_destroy, "_Z16tarn_ftm_destroyP6t_tarn", "FTM")
+CHANNEL_STOP(ttm_destroy, "_Z16tarn_ttm_destroyP6t_tarn", "TTM")
+
+// Logs, so that its place among the daemon's own lines shows.
+f_part_start wrap_dpi_finish_start asm("__wrap__Z21tarn_dpi_finish_startP6t_tarn");
+int wrap_dpi_finish_start(t_tarn *)
 {
-    stop("timers");
-    real_base_timer_destroy(p_tarn);
+    TARN_LOG("application catalogue");
+    return 0;
 }
 
-f_part_destroy real_event_destroy asm("__real__Z18tarn_event_destroyP6t_tarn");
-f_part_destroy wrap_event_destroy asm("__wrap__Z18tarn_event_destroyP6t_tarn");
-void wrap_event_destroy(t_tarn *p_tarn)
+void wrap_dpi_destroy() asm("__wrap__Z16tarn_dpi_destroyv");
+void wrap_dpi_destroy()
 {
-    stop("event base");
-    real_event_destroy(p_tarn);
+    stop("application catalogue");
+}
+
+static t_sysmgr_app sysmgr_app;
+
+using f_sysmgr_connect = t_sysmgr_app *(event_base *, t_timer_mgr *, uint64_t, uint32_t, void *,
+                                        f_app_read_cb);
+f_sysmgr_connect wrap_sysmgr_connect asm(
+    "__wrap__Z18app_sysmgr_connectP10event_baseP11t_timer_mgrmjPvPFvS3_PK16t_sysmgr_app_msgE");
+t_sysmgr_app *wrap_sysmgr_connect(event_base *, t_timer_mgr *, uint64_t vpn_id, uint32_t module, void *,
+                                  f_app_read_cb)
+{
+    bool started = start("app_sysmgr_connect");
+    if (g_calls != nullptr)
+        g_calls->started.back() += ' ' + std::to_string(vpn_id) + ' ' + std::to_string(module);
+    return started ? &sysmgr_app : nullptr;
+}
+
+void wrap_sysmgr_disconnect(t_sysmgr_app *) asm("__wrap__Z21app_sysmgr_disconnectP12t_sysmgr_app");
+void wrap_sysmgr_disconnect(t_sysmgr_app *)
+{
+    stop("system manager");
 }

@@ -1,8 +1,8 @@
 // The calls that the daemon's frame makes of others, recorded and made to fail.
 //
 // Link daemon_calls.cc with the wrapped names of this folder's CMakeLists.txt. Unless told otherwise every
-// call is carried out, but for those into filter memory: a DaemonCalls puts a filter memory without shared
-// memory behind g_tarn_octeon_api.
+// call is carried out, but for those into shared memory and to other processes: a DaemonCalls puts a filter
+// memory of its own behind g_tarn_octeon_api, and the catalogue and the channels only seem to start.
 #pragma once
 
 #include "tarnd/core/tarn.h"

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <cstring>
 #include <event2/event.h>
 #include <unistd.h>
@@ -13,6 +14,7 @@
 #include "lconfd/lconfd_api.h"
 #include "platform/confd/double/confd_double.h"
 #include "tarnd/compiler/tarn_mem_mgr.h"
+#include "tarnd/config/tarn_class.h"
 #include "tarnd/core/tarn_main.h"
 #include "tests/common/syslog_lines.h"
 #include "tests/tarnd/core/daemon_calls.h"
@@ -29,6 +31,17 @@ protected:
     void TearDown() override
     {
         g_tarn_start_steps = real_steps;
+        free_classes();
+    }
+
+    // The bit strings stay on every road, and on the stop the classes, too.
+    void free_classes()
+    {
+        tarn_class_destroy(&tarn);
+        tarn_sla_class_destroy(&tarn);
+        free(tarn.class_index);
+        free(tarn.sla_class_index);
+        tarn = {};
     }
 
     DaemonCalls calls;
@@ -48,11 +61,22 @@ static const t_unwinding unwindings[] = {
     {"event base", {}},
     {"timers", {"event base"}},
     {"filter memory", {"timers", "event base"}},
-    {"compiler context", {"filter memory", "timers", "event base"}},
+    {"classes", {"filter memory", "timers", "event base"}},
+    {"SLA classes", {"classes", "filter memory", "timers", "event base"}},
+    {"store", {"SLA classes", "classes", "filter memory", "timers", "event base"}},
+    {"FTM", {"store", "SLA classes", "classes", "filter memory", "timers", "event base"}},
+    {"TTM", {"FTM", "store", "SLA classes", "classes", "filter memory", "timers", "event base"}},
+    {"compiler context",
+     {"TTM", "FTM", "store", "SLA classes", "classes", "filter memory", "timers", "event base"}},
+    {"system manager",
+     {"compiler context", "TTM", "FTM", "SLA classes", "classes", "store", "filter memory", "timers",
+      "event base"}},
 };
 
-static const char *const never_fail[] = {"host name", "log", "session printing",
-                                         "forwarding-plane operations", "program memory"};
+static const char *const never_fail[] = {"host name",        "log",
+                                         "session printing", "forwarding-plane operations",
+                                         "program memory",   "application catalogue",
+                                         "end of stage 1",   "end of application catalogue"};
 
 static const t_unwinding *unwinding_of(const char *step)
 {
@@ -99,7 +123,7 @@ TEST_F(TarnStart, TheFailureOfEachStepTakesDownWhatItsRowSaysAndIsTheStatus)
         std::vector<t_tarn_start_step> steps(real_steps.begin(), real_steps.end());
         steps[i].start = fail_77;
         g_tarn_start_steps = steps;
-        tarn = {};
+        free_classes();
         calls.stopped.clear();
         syslog_lines_take();
         EXPECT_EQ(tarn_init(&tarn), 77);
@@ -135,11 +159,23 @@ TEST_F(TarnStart, FailuresBelowTheStepsComeThroughWithTheirStatus)
         {"event_new", 3, 12, {"event base"}},
         {"timer_mgr_create", 1, 12, {"event base"}},
         {"event_add", 1, 12, {"event base"}},
-        {"tarn_context_create", 1, 12, {"filter memory", "timers", "event base"}},
+        {"tarn_context_create",
+         1,
+         12,
+         {"TTM", "FTM", "store", "SLA classes", "classes", "filter memory", "timers", "event base"}},
+        {"tarn_ttm_init",
+         1,
+         78,
+         {"FTM", "store", "SLA classes", "classes", "filter memory", "timers", "event base"}},
+        {"app_sysmgr_connect",
+         1,
+         -10,
+         {"compiler context", "TTM", "FTM", "SLA classes", "classes", "store", "filter memory", "timers",
+          "event base"}},
     };
     for (const t_inner_failure &c : cases) {
         SCOPED_TRACE(std::string(c.function) + ' ' + std::to_string(c.nth));
-        tarn = {};
+        free_classes();
         calls.stopped.clear();
         calls.fail(c.function, c.nth);
         EXPECT_EQ(tarn_init(&tarn), c.status);
@@ -180,7 +216,9 @@ TEST_F(TarnStart, StartsInOrderAndStopsInAnOrderOfItsOwn)
     EXPECT_EQ(calls.started,
               (std::vector<std::string>{"gethostname", "openlog TARND 9 184", "event_config_new",
                                         "event_base_new_with_config", "event_new", "event_new", "event_new",
-                                        "timer_mgr_create", "filter_init 1", "tarn_context_create"}));
+                                        "timer_mgr_create", "filter_init 1", "tarn_class_init",
+                                        "tarn_sla_class_init", "tarn_config_init", "tarn_ftm_init",
+                                        "tarn_ttm_init", "tarn_context_create", "app_sysmgr_connect 0 9"}));
     ASSERT_NE(g_tarn_mem_mgr, nullptr);
     EXPECT_EQ(g_tarn_mem_mgr->alloc, g_tarn_octeon_api.filter_mem_alloc);
     EXPECT_EQ(g_tarn_mem_mgr->free, g_tarn_octeon_api.filter_mem_free);
@@ -190,7 +228,8 @@ TEST_F(TarnStart, StartsInOrderAndStopsInAnOrderOfItsOwn)
 
     EXPECT_EQ(tarn_destroy(&tarn), 0);
     EXPECT_EQ(calls.stopped,
-              (std::vector<std::string>{"compiler context", "filter memory", "timers", "event base", "log"}));
+              (std::vector<std::string>{"system manager", "application catalogue", "compiler context", "FTM",
+                                        "TTM", "store", "filter memory", "timers", "event base", "log"}));
     EXPECT_EQ(g_tarn_mem_mgr, nullptr);
     EXPECT_FALSE(tarn_priority_timers_active());
 }
@@ -204,6 +243,7 @@ TEST_F(TarnStart, TellsOfTheStartAndOfItsTwoStages)
               (std::vector<t_syslog_line>{
                   {190, "%Lumora-" + std::string(host) + "-TARND-6-INFO-1100001: Starting"},
                   {191, "Initialization - Stage 1 complete"},
+                  {191, "application catalogue"},
                   {191, "Initialization - Stage 2 complete"},
               }));
     tarn_destroy(&tarn);
