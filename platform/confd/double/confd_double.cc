@@ -3,6 +3,8 @@
 #include "platform/confd/confd_cdb.h"
 #include "platform/confd/confd_maapi.h"
 
+#include <algorithm>
+#include <arpa/inet.h>
 #include <cstdio>
 #include <cstring>
 #include <map>
@@ -13,6 +15,8 @@ struct confd_type {
     std::vector<std::string> texts;
 };
 
+static constexpr int failure_errno = 16;  // of every call that is made to fail
+
 namespace {
 
 struct t_double {
@@ -20,6 +24,7 @@ struct t_double {
     std::map<int, std::string> cli_text;
     std::map<std::string, int16_t> int16_values;
     std::map<std::string, int> failures;
+    int last_errno;
     std::map<std::pair<uint32_t, std::string>, std::unique_ptr<confd_type>> types;
 };
 
@@ -40,6 +45,7 @@ static bool record(const char *function, int sock, const std::string &text)
     if (failure == state().failures.end() || failure->second == 0)
         return false;
     failure->second--;
+    state().last_errno = failure_errno;
     return true;
 }
 
@@ -101,6 +107,31 @@ int maapi_cli_printf(int sock, int usess, const char *fmt, ...)
     int result = maapi_cli_vprintf(sock, usess, fmt, args);
     va_end(args);
     return result;
+}
+
+int *confd_errno_location()
+{
+    return &state().last_errno;
+}
+
+const char *confd_strerror(int code)
+{
+    return code == 0 ? "no error" : "scripted error";
+}
+
+const char *confd_lasterr()
+{
+    return "";
+}
+
+int cdb_connect(int sock, cdb_sock_type, const struct sockaddr *srv, int srv_sz)
+{
+    sockaddr_in address = {};
+    memcpy(&address, srv, std::min(sizeof(address), static_cast<size_t>(srv_sz)));
+    char host[INET_ADDRSTRLEN] = "";
+    inet_ntop(AF_INET, &address.sin_addr, host, sizeof(host));
+    std::string server = std::string(host) + ":" + std::to_string(ntohs(address.sin_port));
+    return record("cdb_connect", sock, server) ? CONFD_ERR : CONFD_OK;
 }
 
 int cdb_start_session2(int sock, cdb_db_type, int)

@@ -12,7 +12,7 @@
 struct t_confd_call {
     std::string function;
     int sock;
-    std::string text;  // path, printed text or name; empty when the call has none
+    std::string text;  // path, address and port, printed text or name; empty when the call has none
 };
 
 // Forgets calls, texts and script.
