@@ -18,7 +18,6 @@
 #include <cstdio>
 #include <cstring>
 
-static constexpr uint8_t strict_sla_backup = 5;
 static constexpr int64_t filter_block_size = 128;
 
 int tarn_process_config(t_tarn *p_tarn)
@@ -53,11 +52,8 @@ static t_tarn_ruletable *create_table(const t_tarn_policy *p_policy, const t_tar
     memset(slots, 0, sizeof(slots));
     slots[0].action = p_default->action;
     slots[0].fwding_action = p_default->fwding_action;
-    if (p_default->fwding_action == TARN_FILTER_ACTION_SLA_CLASS) {
-        slots[0].sla_class._primary = p_default->sla_class.id;
-        slots[0].sla_class._backup = p_default->sla_class.strict ? strict_sla_backup : 0;
-        slots[0].sla_class.preferred_color = p_default->sla_class.preferred_color;
-    }
+    if (p_default->fwding_action == TARN_FILTER_ACTION_SLA_CLASS)
+        tarn_sla_class_fill(&slots[0].sla_class, &p_default->sla_class);
     char alias[TARN_NAME_SIZE + 16];
     snprintf(alias, sizeof(alias), "%d%s", static_cast<int>(p_policy->key.type), p_vpn_list->key.name);
     return tarn_ruletable_create(p_policy->key.name, alias, sizeof(slots), slots);
