@@ -1,5 +1,6 @@
 #include "tarnd/compiler/ec_classes.h"
 
+#include "common/priority_timers.h"
 #include "tarnd/compiler/tarn_context.h"
 
 #include <bit>
@@ -25,13 +26,19 @@ static void index_init(t_class_index *p_index, size_t size)
     p_index->used = 0;
 }
 
+// Half a million classes take long enough to move for the timers to need a turn.
 static void index_grow(t_class_index *p_index)
 {
+    static constexpr size_t slots_between_looks = 8192;
     t_class_index bigger;
     index_init(&bigger, p_index->slots.size() * 2);
-    for (const t_class_index::t_slot &slot : p_index->slots)
+    for (size_t i = 0; i < p_index->slots.size(); i++) {
+        const t_class_index::t_slot &slot = p_index->slots[i];
         if (slot.class_id != EC_NO_CLASS)
             *bigger.find(slot.fingerprint) = slot;
+        if (i % slots_between_looks == slots_between_looks - 1)
+            tarn_exec_priority_timers();
+    }
     bigger.used = p_index->used;
     *p_index = std::move(bigger);
 }

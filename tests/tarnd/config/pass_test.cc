@@ -1,6 +1,7 @@
 // The pass: what is compiled again after a change, what reaches FTM, and what the rules take anew.
 #include <gtest/gtest.h>
 
+#include <arpa/inet.h>
 #include <cerrno>
 #include <csignal>
 #include <cstring>
@@ -9,11 +10,13 @@
 #include "fp_api/fp_tables.h"
 #include "lconfd/lconfd_api.h"
 #include "platform/confd/confd_lib.h"
+#include "platform/ttm/ttm.h"
 #include "tarnd/compiler/tarn_ruletable.h"
 #include "tarnd/config/tarn_app_list.h"
 #include "tarnd/config/tarn_pfx_list.h"
 #include "tarnd/config/tarn_process.h"
 #include "tarnd/config/tarn_tloc_list.h"
+#include "tarnd/peers/tarn_ttm.h"
 #include "tests/tarnd/config/pass_world.h"
 
 using t_texts = std::vector<std::string>;
@@ -360,6 +363,64 @@ TEST(Pass, ATlocListIsReadAnewAndItsTlocsGoWithIt)
     world.pass();
     EXPECT_EQ(p_action->num_tlocs, 0u);
     EXPECT_EQ(avl_numnodes(&world.tarn.tloc_db), 0u);
+}
+
+// Three contexts name the locator, one of them by a list; each announcement runs the pass by itself.
+TEST(Pass, ALocatorThatChangesCompilesItsUsersOnce)
+{
+    PassWorld world;
+    load_branch(&world);
+    t_tarn_tloc_elem element = tloc_element(1, 5);
+    t_tarn_vpn_list_key2 key = {"C", "data", DATA};
+    t_tarn_tloc_list *p_list = tarn_tloc_list_find_or_make(&world.tarn, &key, 20);
+    EXPECT_EQ(tarn_tloc_list_elem_add(p_list, &element), 0);
+    world.add_action(world.add_rule(DATA, "data", "C", 20), TARN_ACTION_TAG_TLOC_LIST, nullptr);
+    t_tarn_tloc_args args = {element.tloc, 101};
+    world.add_action(world.add_rule(DATA, "data", "A", 20), TARN_ACTION_TAG_TLOC, &args);
+    world.add_action(world.add_rule(PFR, "pfr", "B", 20), TARN_ACTION_TAG_TLOC, &args);
+    world.pass();
+    world.messages();
+    world.memory.release();
+
+    t_ttm_tloc_msg known = {};
+    IPADDR_SET_V4(&known.tloc.addr, ntohl(0x0a000001));
+    known.tloc_status = TTM_TLOC_STATUS_UP;
+    t_ttm_tloc_msg down = known;
+    down.tloc_status = TTM_TLOC_STATUS_DOWN;
+    t_ttm_tloc_msg other = known;
+    other.tloc.color = 9;
+    const struct {
+        const char *behaviour;
+        int (*tell)(t_tarn *, const t_ttm_tloc_msg *);
+        t_ttm_tloc_msg msg;
+        bool users;
+    } steps[] = {
+        {"announced", tarn_tloc_add, known, true},
+        {"again, unchanged", tarn_tloc_add, known, false},
+        {"down", tarn_tloc_add, down, true},
+        {"one that nobody names", tarn_tloc_add, other, false},
+        {"gone again", tarn_tloc_delete, other, false},
+        {"withdrawn", tarn_tloc_delete, down, true},
+    };
+    for (const auto &step : steps) {
+        SCOPED_TRACE(step.behaviour);
+        auto before = world.filter_ids();
+        EXPECT_EQ(step.tell(&world.tarn, &step.msg), 0);
+        auto after = world.filter_ids();
+        t_texts expected;
+        for (const auto &[name, text] : {std::pair("1 data/A", "1 data/1"), std::pair("1 data/C", "1 data/3"),
+                                         std::pair("2 pfr/B", "2 pfr/2")}) {
+            if (!step.users)
+                break;
+            expected.push_back("-" + std::string(text) + " #" + std::to_string(before.at(name)));
+            expected.push_back("+" + std::string(text) + " #" + std::to_string(after.at(name)));
+        }
+        world.pass();
+        EXPECT_EQ(world.messages(), expected);
+        for (const char *sibling : {"1 data/B", "2 pfr/A", "2 pfr/C"})
+            EXPECT_EQ(before.at(sibling), after.at(sibling)) << sibling;
+        world.memory.release();
+    }
 }
 
 TEST(PassDeathTest, AMirrorMissingAtRebuild)
