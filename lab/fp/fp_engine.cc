@@ -222,6 +222,7 @@ t_fp_outcome fp_engine_run(t_fp_engine *p_engine, const t_fp_use &use)
     outcome.filter_id = use.filter_id;
     outcome.verdict = {FP_NO_RECORD, FP_NO_RECORD};
     outcome.record = FP_NO_RECORD;
+    outcome.came_high = use.p_header->values[tarn_ip_plp] != 0;
     outcome.p_error = &p_engine->no_such_filter;
     if (use.filter_id < p_engine->opened.size()) {
         const t_opened *p_opened = slot_use(p_engine, use.filter_id);

@@ -66,6 +66,7 @@ struct t_fp_outcome {
     uint32_t record;             // number of the record, FP_NO_RECORD for none
     bool is_default;             // no rule matched
     bool policer_drop;
+    bool came_high;                       // the packet came with high loss priority
     bool plp_high;                        // a policer marked the packet
     const t_tarn_filter_action *p_slots;  // the record's twelve; null without a record
     uint32_t num_executed;

@@ -5,6 +5,7 @@
 #include "lab/fp/fp_service_private.h"
 
 #include <algorithm>
+#include <fstream>
 #include <map>
 #include <nlohmann/json.hpp>
 
@@ -31,10 +32,16 @@ struct t_fp_replay {
     t_fp_request request;
     fp_pcap_ptr pcap;
     t_fp_sidecar sidecar;
-    uint64_t now;      // clock at the last frame
-    uint64_t time_ns;  // of the last frame in the file; 0 before the first
+    t_fp_applications own_applications;
+    const t_fp_applications *p_applications;
+    fp_mirror_ptr own_mirror;
+    t_fp_mirror *p_mirror;   // null: copies are only counted
+    std::ofstream verdicts;  // a line for each frame, if asked for
+    uint64_t now;            // clock at the last frame
+    uint64_t time_ns;        // of the last frame in the file; 0 before the first
     t_fp_frame_stats frames;
-    t_filter_hits hits;                           // of the request's filter
+    t_filter_hits hits;  // of the request's filter
+    t_fp_treatment_stats treatments;
     t_fp_forward_stats forwarding;                // with a place; without the stages' counts
     std::map<t_bound_key, t_filter_hits> bounds;  // with a place
     std::string error;                            // that ended the replay
@@ -45,6 +52,30 @@ void t_fp_replay_deleter::operator()(t_fp_replay *p_replay) const
     delete p_replay;
 }
 
+// Opens the files beside the capture. False with the reason.
+static bool files_open(t_fp_replay *p_replay, std::string *p_error)
+{
+    const t_fp_request &request = p_replay->request;
+    if (request.sidecar && !fp_sidecar_open(fp_sidecar_path(request.file), &p_replay->sidecar, p_error))
+        return false;
+    bool own_table = !request.applications.empty();
+    if (own_table && !fp_applications_read(request.applications, &p_replay->own_applications, p_error))
+        return false;
+    p_replay->p_applications = own_table ? &p_replay->own_applications : &p_replay->p_service->applications;
+    if (!request.mirror.empty())
+        p_replay->own_mirror = fp_mirror_open(request.mirror, p_error);
+    if (!request.mirror.empty() && p_replay->own_mirror == nullptr)
+        return false;
+    p_replay->p_mirror =
+        p_replay->own_mirror != nullptr ? p_replay->own_mirror.get() : p_replay->p_service->mirror.get();
+    if (request.verdicts.empty())
+        return true;
+    p_replay->verdicts.open(request.verdicts);
+    if (!p_replay->verdicts.is_open())
+        *p_error = request.verdicts + ": can't be written";
+    return p_replay->verdicts.is_open();
+}
+
 fp_replay_ptr fp_replay_start(t_fp_service *p_service, const t_fp_request &request, std::string *p_error)
 {
     fp_replay_ptr replay(new t_fp_replay());
@@ -52,9 +83,7 @@ fp_replay_ptr fp_replay_start(t_fp_service *p_service, const t_fp_request &reque
     replay->request = request;
     replay->now = fp_clock_now(&p_service->clock);
     replay->pcap = fp_pcap_open(request.file, p_error);
-    if (replay->pcap == nullptr)
-        return nullptr;
-    if (request.sidecar && !fp_sidecar_open(fp_sidecar_path(request.file), &replay->sidecar, p_error))
+    if (replay->pcap == nullptr || !files_open(replay.get(), p_error))
         return nullptr;
     return replay;
 }
@@ -100,24 +129,68 @@ static void outcome_count(t_filter_hits *p_hits, const t_fp_outcome &outcome, ui
     p_record->plain_action = outcome.plain_action;
 }
 
-static void packet_send(t_fp_replay *p_replay, const t_fp_packet &packet)
+// Writes the frame's line, if they are asked for. False when it can't be written.
+static bool verdict_write(t_fp_replay *p_replay, const fp_json &verdict)
 {
-    t_fp_service *p_service = p_replay->p_service;
+    fp_json line = {{"frame", p_replay->frames.frames}};
+    line.update(verdict);
+    p_replay->verdicts << fp_answer_line(line) << '\n';
+    if (p_replay->verdicts.good())
+        return true;
+    p_replay->error = p_replay->request.verdicts + ": can't be written";
+    return false;
+}
+
+// Sends a packet through the request's filter.
+static bool filter_send(t_fp_replay *p_replay, const t_fp_use &use, t_fp_treatment *p_treatment)
+{
+    t_fp_treated treated = fp_filter_run(p_replay->p_service, use);
+    outcome_count(&p_replay->hits, treated.outcome, use.bytes);
+    *p_treatment = treated.treatment;
+    return !p_replay->verdicts.is_open() || verdict_write(p_replay, fp_treated_json(treated));
+}
+
+// Sends a packet through what is bound at the request's place.
+static bool place_send(t_fp_replay *p_replay, const t_fp_use &use, t_fp_treatment *p_treatment)
+{
+    bool is_told = p_replay->verdicts.is_open();
+    fp_json stages = fp_json::array();
+    auto seen = [p_replay, is_told, &use, &stages](const t_fp_stage &stage, const t_fp_outcome &outcome) {
+        outcome_count(&p_replay->bounds[{stage.stage, stage.filter_id}], outcome, use.bytes);
+        if (is_told)
+            stages.push_back(fp_stage_json(stage, outcome));
+    };
+    t_fp_fate fate = fp_forward_run(p_replay->p_service, p_replay->request.place, use, seen);
+    fp_forward_count(&p_replay->forwarding, fate, use.bytes);
+    *p_treatment = fate.treatment;
+    return !is_told || verdict_write(p_replay, fp_fate_json(fate, stages));
+}
+
+// False on an error in a file that is written.
+static bool packet_send(t_fp_replay *p_replay, const t_fp_frame &frame, const t_fp_packet &packet)
+{
     t_fp_use use = {.filter_id = p_replay->request.filter_id,
                     .p_header = &packet.header,
                     .bytes = packet.length,
                     .now = p_replay->now};
-    if (!p_replay->request.by_place)
-        return outcome_count(&p_replay->hits, fp_engine_run(p_service->engine.get(), use), use.bytes);
     p_replay->request.place.family = packet.version == 6 ? FP_FAMILY_IPV6 : FP_FAMILY_IPV4;
-    auto seen = [p_replay, &use](const t_fp_stage &stage, const t_fp_outcome &outcome) {
-        outcome_count(&p_replay->bounds[{stage.stage, stage.filter_id}], outcome, use.bytes);
-    };
-    t_fp_fate fate = fp_forward_run(p_service, p_replay->request.place, use, seen);
-    fp_forward_count(&p_replay->forwarding, fate, use.bytes);
+    t_fp_treatment treatment;
+    bool by_place = p_replay->request.by_place;
+    if (!(by_place ? place_send : filter_send)(p_replay, use, &treatment))
+        return false;
+    fp_treatment_count(&p_replay->treatments, treatment);
+    return p_replay->p_mirror == nullptr ||
+           fp_mirror_write(p_replay->p_mirror, frame, fp_treatment_copies(treatment), &p_replay->error);
 }
 
-// False on an error in the sidecar.
+static bool undecoded_tell(t_fp_replay *p_replay, e_fp_decode decode)
+{
+    static constexpr const char *reasons[] = {"", "not-ip", "truncated", "malformed"};
+    return !p_replay->verdicts.is_open() ||
+           verdict_write(p_replay, {{"verdict", "no-packet"}, {"reason", reasons[decode]}});
+}
+
+// False on an error in one of the files.
 static bool frame_send(t_fp_replay *p_replay, const t_fp_frame &frame)
 {
     t_fp_header extra = fp_header_blank();
@@ -129,14 +202,15 @@ static bool frame_send(t_fp_replay *p_replay, const t_fp_frame &frame)
     frame_count(&p_replay->p_service->frames, decode, packet.is_fragment);
     clock_follow(p_replay, frame);
     if (decode != FP_DECODE_OK)
-        return true;
+        return undecoded_tell(p_replay, decode);
     for (size_t type = 0; type < std::size(extra.values); type++)
         packet.header.values[type] |= extra.values[type];  // no field is set by both
-    packet_send(p_replay, packet);
-    return true;
+    fp_applications_apply(*p_replay->p_applications, &packet.header);
+    return packet_send(p_replay, frame, packet);
 }
 
-bool fp_replay_step(t_fp_replay *p_replay, uint32_t max_frames)
+// False at the end or an error.
+static bool frames_send(t_fp_replay *p_replay, uint32_t max_frames)
 {
     t_fp_frame frame;
     for (uint32_t i = 0; i < max_frames; i++) {
@@ -145,6 +219,13 @@ bool fp_replay_step(t_fp_replay *p_replay, uint32_t max_frames)
             return false;
     }
     return true;
+}
+
+bool fp_replay_step(t_fp_replay *p_replay, uint32_t max_frames)
+{
+    bool goes_on = frames_send(p_replay, max_frames);
+    p_replay->verdicts.flush();  // they are there when the answer is
+    return goes_on;
 }
 
 // Adds a row for each record, `row` with its members behind.
@@ -207,5 +288,6 @@ fp_json fp_replay_answer(const t_fp_replay *p_replay)
         place_write(p_replay, &answer);
     else
         filter_write(p_replay, &answer);
+    answer["treatments"] = fp_treatment_stats_json(p_replay->treatments);
     return answer;
 }

@@ -184,13 +184,46 @@ static bool forward_read(t_words words, t_fp_request *p_request, std::string *p_
     return fields_read(fields, p_request, p_error);
 }
 
+// Files beside the capture, by option and member.
+struct t_beside_row {
+    std::string_view name;
+    std::string t_fp_request::*p_file;
+};
+
+static constexpr t_beside_row beside_rows[] = {
+    {"applications", &t_fp_request::applications},
+    {"mirror", &t_fp_request::mirror},
+    {"verdicts", &t_fp_request::verdicts},
+};
+
+// Null for a word that is no option of those.
+static std::string t_fp_request::*beside_find(std::string_view word)
+{
+    for (const t_beside_row &row : beside_rows) {
+        if (word.starts_with("--") && word.substr(2) == row.name)
+            return row.p_file;
+    }
+    return nullptr;
+}
+
 static bool file_read(t_words words, t_fp_request *p_request, std::string *p_error)
 {
     if (words.empty())
         return refuse("the file is missing", p_error);
     p_request->file = words[0];
-    p_request->sidecar = words.size() > 1 && words[1] == "--sidecar";
-    return nothing_read(words.subspan(p_request->sidecar ? 2 : 1), p_request, p_error);
+    words = words.subspan(1);
+    while (!words.empty()) {
+        std::string t_fp_request::*p_file = beside_find(words[0]);
+        p_request->sidecar |= words[0] == "--sidecar";
+        if (p_file == nullptr && words[0] != "--sidecar")
+            return refuse("unknown word " + fp_word_quote(words[0]), p_error);
+        if (p_file != nullptr && words.size() == 1)
+            return refuse("nothing stands behind " + words[0], p_error);
+        if (p_file != nullptr)
+            p_request->*p_file = words[1];
+        words = words.subspan(p_file != nullptr ? 2 : 1);
+    }
+    return true;
 }
 
 static bool replay_place_read(t_words words, t_fp_request *p_request, std::string *p_error)
@@ -319,12 +352,27 @@ static bool members_of(const t_json &object, std::vector<std::string> *p_words, 
     return true;
 }
 
+// The files beside the capture, as options.
+static bool besides_of(const t_json &object, std::vector<std::string> *p_words, std::string *p_error)
+{
+    for (const t_beside_row &row : beside_rows) {
+        std::string word;
+        if (!object.contains(row.name))
+            continue;
+        if (!member_word(object, row.name, &word, p_error))
+            return false;
+        p_words->push_back("--" + std::string(row.name));
+        p_words->push_back(word);
+    }
+    return true;
+}
+
 static bool is_known(std::string_view name)
 {
     static constexpr std::string_view known[] = {"request", "filter",  "file",      "fields",
                                                  "vpns",    "sidecar", "interfaces"};
     return std::find(std::begin(known), std::end(known), name) != std::end(known) ||
-           place_row_find(name) != nullptr;
+           place_row_find(name) != nullptr || beside_find("--" + std::string(name)) != nullptr;
 }
 
 static bool json_words(const t_json &object, std::vector<std::string> *p_words, std::string *p_error)
@@ -339,6 +387,8 @@ static bool json_words(const t_json &object, std::vector<std::string> *p_words, 
         return refuse("\"sidecar\" is neither true nor false", p_error);
     if (object.value("sidecar", false))
         p_words->push_back("--sidecar");
+    if (!besides_of(object, p_words, p_error))
+        return false;
     return !object.contains("fields") || fields_of(object["fields"], p_words, p_error);
 }
 

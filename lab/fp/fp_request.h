@@ -2,9 +2,9 @@
 //
 //   load
 //   classify FILTER [SRC DST SPORT DPORT PROTO] [NAME=VALUE]...     fields of fp_fields.h
-//   replay FILTER FILE [--sidecar]
+//   replay FILTER FILE [FILES]
 //   forward VPN INTERFACE in|out [from=SIDE] [family=FAMILY] [SRC DST SPORT DPORT PROTO] [NAME=VALUE]...
-//   replay --vpn VPN --interface INTERFACE --direction in|out [--from SIDE] FILE [--sidecar]
+//   replay --vpn VPN --interface INTERFACE --direction in|out [--from SIDE] FILE [FILES]
 //   bindings
 //   stats
 //
@@ -12,14 +12,14 @@
 // next character as it is. The word --json asks for an answer in JSON. As an object:
 //
 //   {"request": "classify", "filter": 3, "fields": {"src": "10.0.0.1", "dport": 53}}
-//   {"request": "replay", "filter": 3, "file": "a.pcap", "sidecar": true}
+//   {"request": "replay", "filter": 3, "file": "a.pcap", "sidecar": true, "verdicts": "a.verdicts"}
 //   {"request": "forward", "vpn": 10, "interface": "ge0/1", "direction": "in", "from": "tunnel", "fields":
 //   {}}
 //   {"request": "bindings", "vpns": [...], "interfaces": [...]}     replaces the table; see fp_bindings.h
 //
 // FILTER is a filter id; -1 and ids from the number of slots up have no program. SIDE is "service", which
 // holds when nothing is said, or "tunnel". FAMILY is "ipv4", the same, or "ipv6"; a replay takes it from each
-// packet.
+// packet. FILES are --sidecar, and in any order --applications FILE, --mirror FILE and --verdicts FILE.
 #pragma once
 
 #include "lab/fp/fp_bindings.h"
@@ -48,7 +48,10 @@ struct t_fp_request {
     t_fp_header header;
     std::string file;
     bool sidecar;
-    bool has_bindings;  // a new table
+    std::string applications;  // a table for this replay, or empty
+    std::string mirror;        // where copies go, or empty
+    std::string verdicts;      // file that gets a line for each frame, or empty
+    bool has_bindings;         // a new table
     t_fp_bindings bindings;
 };
 

@@ -37,6 +37,21 @@ static fp_json load_answer(t_fp_service *p_service)
     return {{"ok", true}, {"request", "load"}, {"filters", filters}};
 }
 
+t_fp_treated fp_filter_run(t_fp_service *p_service, const t_fp_use &use)
+{
+    t_fp_treated treated = {fp_engine_run(p_service->engine.get(), use), fp_treatment_begin(*use.p_header)};
+    fp_treatment_add(&treated.treatment, treated.outcome, fp_flow_hash(*use.p_header, 0));
+    fp_treatment_count(&p_service->treatments, treated.treatment);
+    return treated;
+}
+
+fp_json fp_treated_json(const t_fp_treated &treated)
+{
+    fp_json json = fp_verdict_json(treated.outcome);
+    json["treatment"] = fp_treatment_json(treated.treatment);
+    return json;
+}
+
 static fp_json classify_answer(t_fp_service *p_service, const t_fp_request &request)
 {
     t_fp_use use = {.filter_id = request.filter_id,
@@ -44,7 +59,7 @@ static fp_json classify_answer(t_fp_service *p_service, const t_fp_request &requ
                     .bytes = request.header.values[tarn_ip_pkt_len],
                     .now = fp_clock_now(&p_service->clock)};
     fp_json answer = {{"ok", true}, {"request", "classify"}};
-    answer.update(fp_verdict_json(fp_engine_run(p_service->engine.get(), use)));
+    answer.update(fp_treated_json(fp_filter_run(p_service, use)));
     return answer;
 }
 
@@ -74,6 +89,7 @@ static fp_json stats_answer(const t_fp_service *p_service)
     fp_json answer = {{"ok", true}, {"request", "stats"}};
     answer.update(fp_counts_json(fp_engine_total(p_service->engine.get())));
     answer.update(fp_frames_json(p_service->frames));
+    answer["treatments"] = fp_treatment_stats_json(p_service->treatments);
     answer["forwarding"] = fp_forward_stats_json(p_service->forwarding);
     answer["filters"] = fp_json::array();
     uint32_t filter_id = 0;

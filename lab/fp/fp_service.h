@@ -6,12 +6,16 @@
 // counted stays. Replays may run side by side. One thread; a replay must not outlive its service.
 //
 // A packet with a place meets the filters bound there, in the order interface list, application-route, data
-// policy, each with the fields with which the packet came. One that rejects it, or polices it away, is the
-// last. A replay looks the table up for each packet, so it follows a change.
+// policy. Class, DSCP, traffic class and loss priority are met as the stages before have rewritten them, all
+// other fields as the packet came with them. A stage that rejects it, or polices it away, is the last. A
+// replay looks the table up for each packet, so it follows a change.
 #pragma once
 
+#include "lab/fp/fp_actions.h"
+#include "lab/fp/fp_applications.h"
 #include "lab/fp/fp_clock.h"
 #include "lab/fp/fp_engine.h"
+#include "lab/fp/fp_mirror.h"
 #include "lab/fp/fp_request.h"
 #include "lab/fp/fp_verdict.h"
 
@@ -47,6 +51,9 @@ struct t_fp_service {
     t_fp_frame_stats frames;
     t_fp_bindings bindings = {};
     t_fp_forward_stats forwarding = {};
+    t_fp_treatment_stats treatments = {};
+    t_fp_applications applications = {};  // of replays that bring no table of their own
+    fp_mirror_ptr mirror = nullptr;       // the same for copies; null: they are only counted
 };
 
 // All requests but replays.

@@ -1,5 +1,6 @@
 #include "lab/fp/fp_verdict.h"
 
+#include "lab/fp/fp_actions.h"
 #include "lab/fp/fp_bindings.h"
 
 #include <algorithm>
@@ -14,22 +15,21 @@ static std::string text_of(const char *p_text, size_t size)
     return std::string(p_text, strnlen(p_text, size));
 }
 
-static std::string address_text(t_fp_ipaddr address)
+std::string fp_address_text(t_fp_ipaddr address)
 {
     char text[128];
     fp_ipaddr_print_to_buf(&address, text, sizeof(text));
     return text;
 }
 
-// A mirror's addresses have their IPv4 word in network order.
 static std::string tunnel_address_text(t_fp_ipaddr address)
 {
     if (FP_IPADDR_IS_V4(&address))
         FP_IPADDR_SET_V4(&address, __builtin_bswap32(fp_ipaddr_v4(&address)));
-    return address_text(address);
+    return fp_address_text(address);
 }
 
-static fp_json tloc_json(const t_tarn_hw_tloc &tloc)
+fp_json fp_tloc_json(const t_tarn_hw_tloc &tloc)
 {
     return {{"resolved", tloc.resolved != 0},
             {"tloc-index", tloc.tloc_index},
@@ -37,18 +37,27 @@ static fp_json tloc_json(const t_tarn_hw_tloc &tloc)
             {"vpn", tloc.vpn_id}};
 }
 
+fp_json fp_mirror_json(const t_tarn_mirror_info &mirror)
+{
+    return {{"type", static_cast<uint32_t>(mirror.mirror_type)},
+            {"interface", text_of(mirror.intf_name, sizeof(mirror.intf_name))},
+            {"source", tunnel_address_text(mirror.tunnel.src_ip)},
+            {"destination", tunnel_address_text(mirror.tunnel.dst_ip)},
+            {"copies", fp_mirror_copies(mirror)}};
+}
+
 // ---- One writer for each kind of action ----
 
 static void write_tloc(const t_tarn_filter_action &slot, fp_json *p_json)
 {
-    p_json->update(tloc_json(slot.tloc[0]));
+    p_json->update(fp_tloc_json(slot.tloc[0]));
 }
 
 static void write_tloc_list(const t_tarn_filter_action &slot, fp_json *p_json)
 {
     fp_json list = fp_json::array();
     for (const t_tarn_hw_tloc &tloc : slot.tloc)
-        list.push_back(tloc_json(tloc));
+        list.push_back(fp_tloc_json(tloc));
     (*p_json)["tlocs"] = list;
 }
 
@@ -60,11 +69,7 @@ static void write_color_encap(const t_tarn_filter_action &slot, fp_json *p_json)
 
 static void write_mirror(const t_tarn_filter_action &slot, fp_json *p_json)
 {
-    const t_tarn_mirror_info &mirror = slot.mirror_info;
-    (*p_json)["type"] = static_cast<uint32_t>(mirror.mirror_type);
-    (*p_json)["interface"] = text_of(mirror.intf_name, sizeof(mirror.intf_name));
-    (*p_json)["source"] = tunnel_address_text(mirror.tunnel.src_ip);
-    (*p_json)["destination"] = tunnel_address_text(mirror.tunnel.dst_ip);
+    p_json->update(fp_mirror_json(slot.mirror_info));
 }
 
 static void write_policer(const t_tarn_filter_action &slot, fp_json *p_json)
@@ -96,7 +101,7 @@ static void write_class(const t_tarn_filter_action &slot, fp_json *p_json)
 
 static void write_next_hop(const t_tarn_filter_action &slot, fp_json *p_json)
 {
-    (*p_json)["next-hop"] = address_text(slot.nh_ip_addr);
+    (*p_json)["next-hop"] = fp_address_text(slot.nh_ip_addr);
 }
 
 static void write_nat(const t_tarn_filter_action &slot, fp_json *p_json)
@@ -145,7 +150,7 @@ static void write_local_tlocs(const t_tarn_filter_action &slot, fp_json *p_json)
 
 static void write_redirect_dns(const t_tarn_filter_action &slot, fp_json *p_json)
 {
-    (*p_json)["next-hop"] = address_text(slot.redirect_dns_nh_addr);
+    (*p_json)["next-hop"] = fp_address_text(slot.redirect_dns_nh_addr);
 }
 
 struct t_writer {
@@ -217,7 +222,7 @@ fp_json fp_verdict_json(const t_fp_outcome &outcome)
     }
     json["program"] = *outcome.p_name;
     json["dropped"] = outcome.decision == FP_DECISION_REJECT || outcome.policer_drop;
-    json["plp"] = outcome.plp_high ? "high" : "low";
+    json["plp"] = outcome.plp_high || outcome.came_high ? "high" : "low";
     json["default"] = outcome.is_default;
     if (outcome.record != FP_NO_RECORD)
         json["record"] = outcome.record;

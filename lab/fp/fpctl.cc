@@ -24,14 +24,18 @@ static constexpr char usage[] =
     "Sends a request to fpd. Exit status: 0 done, 1 refused, 2 usage, 3 no answer.\n\n"
     "  load                                                         open all programs, list them\n"
     "  classify FILTER [SRC DST SPORT DPORT PROTO] [NAME=VALUE]...  one packet by its fields\n"
-    "  replay FILTER FILE [--sidecar]                               the packets of a capture file\n"
+    "  replay FILTER FILE [FILES]                                   the packets of a capture file\n"
     "  forward VPN INTERFACE in|out [from=service|tunnel] [family=ipv4|ipv6]\n"
     "          [SRC DST SPORT DPORT PROTO] [NAME=VALUE]...          one packet through what is bound there\n"
     "  replay --vpn VPN --interface INTERFACE --direction in|out [--from service|tunnel]\n"
-    "          FILE [--sidecar]                                     a capture file through what is bound "
+    "          FILE [FILES]                                         a capture file through what is bound "
     "there\n"
     "  bindings                                                     which filters are bound where\n"
     "  stats                                                        what was counted since fpd began\n\n"
+    "FILES: --sidecar            FILE.fields tells what no header does\n"
+    "       --applications FILE  ports and their applications\n"
+    "       --mirror FILE        gets the copies of mirrored packets\n"
+    "       --verdicts FILE      gets a line of JSON for each frame\n\n"
     "  -s, --socket PATH  default /var/run/fpd.sock\n"
     "  -j, --json         print the answer in JSON; may stand anywhere\n"
     "  -h, --help         this text\n";
@@ -77,12 +81,15 @@ static size_t file_place(const std::vector<std::string> &words)
     return place == 1 ? 2 : place;
 }
 
-// fpd has a working folder of its own.
-static void file_make_absolute(std::vector<std::string> *p_words)
+// fpd has a working folder of its own. The capture comes first, then options, whose files stand behind them.
+static void files_make_absolute(std::vector<std::string> *p_words)
 {
-    size_t place = file_place(*p_words);
-    if ((*p_words)[0] == "replay" && p_words->size() > place)
-        (*p_words)[place] = std::filesystem::absolute((*p_words)[place]).string();
+    if ((*p_words)[0] != "replay")
+        return;
+    for (size_t i = file_place(*p_words); i < p_words->size(); i++) {
+        if (!(*p_words)[i].starts_with("--"))
+            (*p_words)[i] = std::filesystem::absolute((*p_words)[i]).string();
+    }
 }
 
 static int fail(const std::string &what, int reason)
@@ -157,7 +164,7 @@ int main(int argc, char **argv)
     int status = options_read(argc, argv, &options);
     if (status >= 0)
         return status;
-    file_make_absolute(&options.words);
+    files_make_absolute(&options.words);
     std::string line = "--json";
     for (const std::string &word : options.words)
         line += ' ' + fp_word_quote(word);

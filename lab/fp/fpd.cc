@@ -14,23 +14,30 @@
 struct t_options {
     std::string socket = FP_CONTROL_SOCKET;
     bool recreate = false;
+    std::string mirror;
+    std::string applications;
 };
 
 static constexpr char usage[] =
-    "Usage: fpd [-f] [--socket PATH] [--recreate]\n"
+    "Usage: fpd [-f] [--socket PATH] [--recreate] [--mirror FILE] [--applications FILE]\n"
     "The forwarding plane of a lab router: lays out the shared block and executes the programs in it.\n\n"
     "  -f, --foreground   log to standard output instead of syslog (fpd never leaves the foreground)\n"
     "  -s, --socket PATH  control socket; default /var/run/fpd.sock\n"
     "      --recreate     remove a block that an earlier run left\n"
+    "      --mirror FILE  capture file to which the copies of mirrored packets are appended\n"
+    "      --applications FILE\n"
+    "                     ports and their applications, for replayed packets\n"
     "  -h, --help         this text\n";
 
 // Returns the exit status, or -1 to go on.
 static int options_read(int argc, char **argv, t_options *p_options)
 {
-    enum { RECREATE = 256 };
+    enum { RECREATE = 256, MIRROR, APPLICATIONS };
     static const option names[] = {{"foreground", no_argument, nullptr, 'f'},
                                    {"socket", required_argument, nullptr, 's'},
                                    {"recreate", no_argument, nullptr, RECREATE},
+                                   {"mirror", required_argument, nullptr, MIRROR},
+                                   {"applications", required_argument, nullptr, APPLICATIONS},
                                    {"help", no_argument, nullptr, 'h'},
                                    {nullptr, 0, nullptr, 0}};
     int letter;
@@ -41,6 +48,10 @@ static int options_read(int argc, char **argv, t_options *p_options)
             p_options->socket = optarg;
         else if (letter == RECREATE)
             p_options->recreate = true;
+        else if (letter == MIRROR)
+            p_options->mirror = optarg;
+        else if (letter == APPLICATIONS)
+            p_options->applications = optarg;
         else if (letter == 'h')
             return fputs(usage, stdout) < 0;
         else
@@ -79,13 +90,28 @@ static event_ptr signal_watch(event_base *p_base, int number)
     return watch;
 }
 
+// Opens what the service keeps for all replays. False with the reason.
+static bool files_open(const t_options &options, t_fp_service *p_service, std::string *p_error)
+{
+    if (!options.applications.empty() &&
+        !fp_applications_read(options.applications, &p_service->applications, p_error))
+        return false;
+    if (options.mirror.empty())
+        return true;
+    p_service->mirror = fp_mirror_open(options.mirror, p_error);
+    return p_service->mirror != nullptr;
+}
+
 static int serve(const t_options &options)
 {
     base_ptr base(event_base_new(), event_base_free);
     t_fp_service service = {.engine = fp_engine_new(fp_block_pool()),
                             .clock = fp_clock_make(core_ticks, cvmx_clock_get_rate(CVMX_CLOCK_CORE)),
                             .frames = {}};
-    std::string error = "no event loop";
+    std::string error;
+    if (!files_open(options, &service, &error))
+        return fail(error);
+    error = "no event loop";
     fp_control_ptr control;
     if (base != nullptr)
         control = fp_control_open(base.get(), &service, options.socket, &error);

@@ -2,10 +2,22 @@
 
 #include "lab/loader/loader_private.h"
 #include "tarnd/config/tarn_flow.h"
+#include "tarnd/config/tarn_mirror.h"
+#include "tarnd/config/tarn_policer.h"
 #include "tarnd/config/tarn_process.h"
+#include "tarnd/core/tarn.h"
 #include "tarnd/dpi/tarn_dpi.h"
 
+#include <cstddef>
 #include <fstream>
+
+void loader_init(t_tarn *p_tarn)
+{
+    avl_create(&p_tarn->mirror_db, tarn_mirror_key_cmp, sizeof(t_tarn_mirror_config),
+               offsetof(t_tarn_mirror_config, avl_node));
+    avl_create(&p_tarn->policer_db, tarn_policer_key_cmp, sizeof(t_tarn_policer_config),
+               offsetof(t_tarn_policer_config, avl_node));
+}
 
 // What follows a notification.
 static void run_pass(t_tarn *p_tarn)

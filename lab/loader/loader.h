@@ -14,6 +14,10 @@
 
 struct t_tarn;
 
+// Creates the stores of mirrors and policers, which the daemon's start leaves to the interfaces' part. Called
+// after the start, before anything is loaded.
+void loader_init(t_tarn *p_tarn);
+
 // Carries out the operations and one pass. Empty, or why an operation was refused.
 std::string loader_apply(t_tarn *p_tarn, const nlohmann::json &operations);
 

@@ -238,6 +238,15 @@ static void remove_mirror(t_tarn *p_tarn, const std::string &name, const loader_
 
 // ---- Policers ----
 
+// 1: packets above the rate are remarked instead of dropped.
+static uint8_t exceed_of(const loader_json &operation)
+{
+    std::string name = loader_text(operation, "exceed");
+    if (name != "drop" && name != "remark")
+        loader_refuse("exceed " + name + " is neither drop nor remark");
+    return name == "remark";
+}
+
 static uint8_t read_policer(t_tarn_policer_config *p_policer, const std::string &name,
                             const loader_json &operation)
 {
@@ -258,7 +267,7 @@ static uint8_t read_policer(t_tarn_policer_config *p_policer, const std::string 
         present |= POLICER_BURST;
     }
     if (operation.contains("exceed")) {
-        p_policer->oob_action = loader_text(operation, "exceed") == "remark";
+        p_policer->oob_action = exceed_of(operation);
         present |= POLICER_ACTION;
     }
     return present;

@@ -110,7 +110,8 @@ static const t_match_row match_rows[] = {
 void loader_add_match(t_tarn *p_tarn, const t_loader_sequence &where, t_tarn_config_rule *p_rule,
                       const loader_json &match)
 {
-    for (const auto &[member, value] : match.items()) {
+    for (const auto &item : match.items()) {
+        const std::string &member = item.key();
         auto row = std::find_if(std::begin(match_rows), std::end(match_rows),
                                 [&](const t_match_row &candidate) { return member == candidate.member; });
         if (row == std::end(match_rows))
@@ -288,7 +289,8 @@ static const t_action_row action_rows[] = {
 
 void loader_add_actions(t_tarn *p_tarn, const t_loader_sequence &where, const loader_json &actions)
 {
-    for (const auto &[member, value] : actions.items()) {
+    for (const auto &item : actions.items()) {
+        const std::string &member = item.key();
         auto row = std::find_if(std::begin(action_rows), std::end(action_rows),
                                 [&](const t_action_row &candidate) { return member == candidate.member; });
         if (row == std::end(action_rows))

@@ -49,6 +49,7 @@ int main(int argc, char **argv)
     signal(SIGPIPE, SIG_IGN);
     if (int status = tarn_init(&g_tarn); status != 0)
         return status;
+    loader_init(&g_tarn);
     int result = serve(socket_path, files);
     tarn_destroy(&g_tarn);
     return result;

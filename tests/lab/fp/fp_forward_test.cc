@@ -164,5 +164,7 @@ TEST_F(FpForwardShortTest, TextShowsEachStageAsABlock)
               "    default: no\n"
               "    record: 1\n"
               "    actions:\n"
-              "      1: count name=no packets=1 bytes=100\n");
+              "      1: count name=no packets=1 bytes=100\n"
+              "treatment:\n"
+              "  path: dropped\n");
 }

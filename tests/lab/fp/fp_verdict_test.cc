@@ -55,7 +55,7 @@ TEST(FpVerdictShortTest, ActionsCarryTheirFieldsByName)
              fp_ipaddr_set_v4(&p->mirror_info.tunnel.src_ip, htonl(0x0a000001));
              fp_ipaddr_set_v4(&p->mirror_info.tunnel.dst_ip, htonl(0x0a000002));
          },
-         R"("mirror","type":3,"interface":"iiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiii","source":"10.0.0.1","destination":"10.0.0.2")"},
+         R"("mirror","type":3,"interface":"iiiiiiiiiiiiiiiiiiiiiiiiiiiiiiiii","source":"10.0.0.1","destination":"10.0.0.2","copies":2)"},
         {7, [](t_tarn_filter_action *p) { *p = policer_slot("1.p", 2, 3, FP_POLICER_ACTION_DROP); },
          R"("police","name":"1.p","rate":2,"burst":3,"tokens":0,"oob-action":"drop","oob-packets":0,"oob-bytes":0,)"
          R"("packet":"marked")"},
