@@ -25,7 +25,8 @@ build-%: packages
 
 demo: packages
 	@cmake --preset release --log-level=NOTICE
-	@cmake --build --preset release -j $(JOBS) --target tarnc rulegen tarnd fpd fpctl filter_demo
+	@cmake --build --preset release -j $(JOBS) --target tarnc rulegen fpd fpctl filter_demo \
+		tarn_loader ftmd ttmd peerctl
 	@scripts/demo
 
 # The death tests, a short set and one lab against the build that ships, then the full set with sanitizers.

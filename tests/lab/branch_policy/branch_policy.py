@@ -69,7 +69,7 @@ def verdict_of(line):
 
 class BranchPolicy(harness.Scenario):
     def setUp(self):
-        self.lab = self.start_lab("branch", HERE / "branch_policy.json")
+        self.lab = self.start_lab("branch", EXAMPLE / "branch_router.json")
         self.objects = example_objects()
         self.plane = second_opinion.Plane(self.objects)
         for line in locator_lines():
