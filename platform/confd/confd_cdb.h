@@ -62,12 +62,13 @@ int cdb_num_instances(int sock, const char *fmt, ...);  // a count or a failure
 int cdb_get(int sock, confd_value_t *v, const char *fmt, ...);
 int cdb_vget(int sock, confd_value_t *v, const char *fmt, va_list args);
 
-// These fail with CONFD_ERR_BADTYPE for a leaf of another type. rval stays untouched on failure.
+// These, and cdb_get_str, fail with CONFD_ERR_BADTYPE for a leaf of another type. rval stays untouched on
+// failure.
 int cdb_get_int16(int sock, int16_t *rval, const char *fmt, ...);
 int cdb_get_int32(int sock, int32_t *rval, const char *fmt, ...);
 int cdb_get_u_int32(int sock, uint32_t *rval, const char *fmt, ...);
 
-// The value's text, cut to n - 1 bytes and terminated.
+// Of a text leaf; cut to n - 1 bytes and terminated.
 int cdb_get_str(int sock, char *rval, int n, const char *fmt, ...);
 
 // ---- Writing the operational store ----

@@ -36,7 +36,6 @@ int confd_init_vsn_sz(const char *name, FILE *estream, confd_debug_level debug, 
 inline constexpr int CONFD_OK = 0;
 inline constexpr int CONFD_ERR = -1;
 inline constexpr int CONFD_EOF = -2;
-inline constexpr int CONFD_DELAYED_RESPONSE = 2;  // of a callback that replies later
 
 enum confd_errcode {
     CONFD_ERR_NOEXISTS = 1,

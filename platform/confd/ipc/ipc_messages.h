@@ -255,8 +255,9 @@ struct t_ipc_dp_command {
 struct t_ipc_dp_action_reply {
     std::vector<IpcTagValue> results;
 
-    // What the daemon has printed for this session since its last action reply, over all of its connections:
-    // the action is complete when that many bytes of IPC_OP_MAAPI_CLI_WRITE have come.
+    // What the daemon has printed for this session since its last reply of this kind, or since its control
+    // connection was made, over all MAAPI connections of its process. The action is complete when that many
+    // bytes of IPC_OP_MAAPI_CLI_WRITE have come.
     uint64_t printed_bytes;
 };
 

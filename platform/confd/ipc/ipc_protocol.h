@@ -1,9 +1,9 @@
 // The wire between a daemon's client library and the management daemon.
 //
-// A stream connection to 127.0.0.1:4565 carries frames in both directions. This file is the agreement between
-// the two ends: frames, the order of things on each kind of connection, and one table of operations. The
-// bodies are the records of ipc_messages.h, one record a body, encoded by ipc_encode and decoded by
-// ipc_decode (same file), which both ends use.
+// A stream connection to 127.0.0.1:4565 carries frames in both directions; both ends set TCP_NODELAY and
+// write a frame in one piece. This file is the agreement between the two ends: frames, the order of things on
+// each kind of connection, and one table of operations. The bodies are the records of ipc_messages.h, one
+// record a body, encoded by ipc_encode and decoded by ipc_decode (same file), which both ends use.
 //
 // Frame: a header of 16 bytes, then the body. All numbers are big-endian.
 //
@@ -123,7 +123,7 @@ enum e_ipc_op : uint16_t {
     IPC_OP_REG_DONE = 0x0307,          // C -, -
 
     // Control connections: the server opens a transaction or an action. The reply names the worker connection
-    // on which all that belongs to it is to be asked.
+    // on which all that belongs to it is to be asked; where there is no "init", that is the daemon's first.
     IPC_OP_DP_TRANS_INIT = 0x0400,     // S t_ipc_trans_init, t_ipc_worker. Where REG_TRANS has "init"
     IPC_OP_DP_VALIDATE_INIT = 0x0401,  // S t_ipc_trans_init, t_ipc_worker. Where REG_VALIDATE has "init"
     IPC_OP_DP_ACTION_INIT = 0x0402,    // S t_ipc_action_init, t_ipc_worker. Where REG_ACTION has "init"
