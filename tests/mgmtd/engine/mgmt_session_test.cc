@@ -1,0 +1,200 @@
+// Sessions with their locks, commits and rollbacks, and the log of notifications.
+
+#include "tests/mgmtd/test_daemon.h"
+
+#include "generated/lumora_schema.h"
+
+#include <gtest/gtest.h>
+
+// Runs a request that ends with a t_mgmt_error.
+static t_mgmt_error wait_for(TestWorld *p_world, const std::function<void(f_mgmt_done)> &start)
+{
+    std::optional<t_mgmt_error> error;
+    start([&](const t_mgmt_error &result) { error = result; });
+    EXPECT_FALSE(error.has_value()) << "callbacks come from the loop";
+    EXPECT_TRUE(p_world->until([&] { return error.has_value(); }));
+    return error.value_or(t_mgmt_error());
+}
+
+TEST(MgmtSession, ALockKeepsOthersOutAndTakesItsEditsAlong)
+{
+    TestWorld world;
+    t_mgmt_engine *p_engine = world.engine.get();
+    t_mgmt_error error;
+    uint32_t other = mgmt_session_open(p_engine, {.name = "other", .context = "netconf"});
+    ASSERT_TRUE(mgmt_lock(p_engine, other, MGMT_DS_CANDIDATE, &error));
+    EXPECT_EQ(world.edit(R"([{"op":"merge","path":"/policy/zone{a}"}])").code, MGMT_ERR_LOCKED);
+    EXPECT_EQ(world.commit().error.code, MGMT_ERR_LOCKED);
+    EXPECT_EQ(world.edit(R"([{"op":"merge","path":"/policy/zone{b}"}])", other).code, MGMT_OK);
+    EXPECT_FALSE(mgmt_lock(p_engine, world.session, MGMT_DS_CANDIDATE, &error));
+    EXPECT_EQ(error.code, MGMT_ERR_LOCKED);
+    EXPECT_NE(mgmt_compare(p_engine), "");
+    mgmt_session_close(p_engine, other);
+    EXPECT_EQ(mgmt_compare(p_engine), "");
+
+    EXPECT_EQ(world.edit(R"([{"op":"merge","path":"/policy/zone{a}"}])").code, MGMT_OK);
+    other = mgmt_session_open(p_engine, {.name = "other", .context = "netconf"});
+    EXPECT_FALSE(mgmt_lock(p_engine, other, MGMT_DS_CANDIDATE, &error)) << "there are edits";
+    ASSERT_TRUE(mgmt_lock(p_engine, other, MGMT_DS_RUNNING, &error));
+    EXPECT_EQ(world.commit().error.code, MGMT_ERR_LOCKED);
+    ASSERT_TRUE(mgmt_unlock(p_engine, other, MGMT_DS_RUNNING, &error));
+    EXPECT_EQ(world.commit().error.code, MGMT_OK);
+}
+
+TEST(MgmtSession, CommitRollbackDiscardAndRestart)
+{
+    TestWorld world;
+    ASSERT_EQ(world.edit(R"([{"op":"merge","path":"/policy/zone{a}"}])").code, MGMT_OK);
+    t_mgmt_commit_result first = world.commit();
+    EXPECT_TRUE(first.changed && first.number > 0);
+    EXPECT_FALSE(world.commit().changed) << "nothing has changed since";
+    ASSERT_EQ(world.edit(R"([{"op":"create","path":"/policy/zone{b}"}])").code, MGMT_OK);
+    EXPECT_EQ(world.edit(R"([{"op":"create","path":"/policy/zone{b}"}])").code, MGMT_ERR_ALREADY_EXISTS);
+    EXPECT_EQ(world.commit().number, first.number + 1);
+    std::string both = world.running();
+
+    // What is not valid stays in the candidate, and is told with its path.
+    ASSERT_EQ(world.edit(R"([{"op":"merge","path":"/policy/policer{p}","value":{"rate":"8"}}])").code,
+              MGMT_OK);
+    auto check = [&](f_mgmt_done done) { mgmt_check(world.engine.get(), world.session, done); };
+    t_mgmt_error refusal = wait_for(&world, check);
+    EXPECT_NE(refusal.path.find("/policy/policer{p}"), std::string::npos) << mgmt_error_text(refusal);
+    EXPECT_EQ(world.commit().error.code, refusal.code);
+    EXPECT_EQ(world.running(), both);
+    auto discard = [&](f_mgmt_done done) { mgmt_discard(world.engine.get(), world.session, done); };
+    EXPECT_EQ(wait_for(&world, discard).code, MGMT_OK);
+
+    auto rollback = [&](f_mgmt_done done) { mgmt_rollback(world.engine.get(), world.session, 1, done); };
+    EXPECT_EQ(wait_for(&world, rollback).code, MGMT_OK);
+    EXPECT_EQ(world.commit().error.code, MGMT_OK);
+    EXPECT_EQ(world.running().find("\"b\""), std::string::npos);
+    world.restart();
+    EXPECT_EQ(world.running().find("\"b\""), std::string::npos);
+    EXPECT_NE(world.running().find("\"a\""), std::string::npos);
+    ASSERT_GE(mgmt_commits(*world.engine).size(), 3u);
+    EXPECT_EQ(mgmt_commits(*world.engine)[0].user, "admin");
+}
+
+TEST(MgmtSession, ASessionThatLeavesHoldsNothingUp)
+{
+    TestWorld world;
+    TestSubscriber subscriber(&world, "d");
+    subscriber.add("policy/zone", 1);
+    subscriber.done();
+    subscriber.hold = true;
+    ASSERT_EQ(world.edit(R"([{"op":"merge","path":"/policy/zone{a}"}])").code, MGMT_OK);
+    world.commit_start();
+    ASSERT_TRUE(world.until([&] { return subscriber.is_open(); }));
+    mgmt_session_close(world.engine.get(), world.session);
+    world.session = mgmt_session_open(world.engine.get(), {.name = "next", .context = "cli"});
+    EXPECT_EQ(world.edit(R"([{"op":"merge","path":"/policy/zone{b}"}])").code, MGMT_OK)
+        << "edits need not wait for subscribers";
+    subscriber.hold = false;
+    subscriber.sync();
+    EXPECT_FALSE(world.committed.has_value());
+    EXPECT_EQ(world.commit().error.code, MGMT_OK);
+    EXPECT_EQ(subscriber.batches.size(), 2u);
+}
+
+// ---- Notifications ----
+
+static t_ipc_notification association(int32_t sender, const std::string &policy)
+{
+    confd_value_t severity = {.type = C_ENUM_VALUE, .val = {}};
+    severity.val.enumvalue = 2;
+    t_ipc_notification made = {.sender_id = sender,
+                               .time = {.year = 2024,
+                                        .month = 1,
+                                        .day = 15,
+                                        .hour = 12,
+                                        .min = 0,
+                                        .sec = 0,
+                                        .micro = 5,
+                                        .timezone = 2,
+                                        .timezone_minutes = 0},
+                               .values = {}};
+    xml_tag name = {LUMORA_TAG_DATA_POLICY_ASSOCIATION_STATUS, LUMORA_NS_POLICY};
+    made.values.push_back({name, IpcValue::tag(C_XMLBEGIN, name.tag, name.ns)});
+    made.values.push_back({{LUMORA_TAG_SEVERITY_LEVEL, 0}, IpcValue(severity)});
+    made.values.push_back({{LUMORA_TAG_POLICY_NAME, 0}, IpcValue::text(policy)});
+    made.values.push_back({name, IpcValue::tag(C_XMLEND, name.tag, name.ns)});
+    return made;
+}
+
+TEST(MgmtNotif, AreLoggedReplayedAndTold)
+{
+    TestWorld world;
+    TestDaemon daemon(&world, "d");
+    auto enlist = [&](uint16_t op, const char *name) {
+        t_ipc_reg_notif sender = {.name = name, .context = "", .worker_conn_id = daemon.worker.id};
+        t_ipc_frame reply = daemon.control.request(op, ipc_encode(sender));
+        return reply.status == 0 ? daemon.control.read<t_ipc_count>(reply).count : -reply.status;
+    };
+    EXPECT_EQ(enlist(IPC_OP_REG_NOTIF_STREAM, "weather"), -CONFD_ERR_NOEXISTS);
+    int32_t sender = enlist(IPC_OP_REG_NOTIF_STREAM, "lumora");
+    int32_t snmp = enlist(IPC_OP_REG_SNMP, "lumora_snmpv2_trap");
+    daemon.ready();
+    auto send = [&](uint16_t op, std::vector<uint8_t> body) {
+        daemon.worker.send(
+            {.op = op, .kind = IPC_KIND_ONEWAY, .id = 0, .status = 0, .body = std::move(body)});
+        world.settle();
+    };
+    send(IPC_OP_NOTIF_SEND, ipc_encode(association(sender, "old")));
+    send(IPC_OP_NOTIF_SEND, ipc_encode(association(sender + 100, "no sender")));
+    t_ipc_notification unknown = association(sender, "unknown");
+    unknown.values[0].tag.tag = 1;
+    send(IPC_OP_NOTIF_SEND, ipc_encode(unknown));
+    ASSERT_EQ(mgmt_notifications(*world.engine).size(), 1u);
+    const t_mgmt_notification &stored = mgmt_notifications(*world.engine)[0];
+    EXPECT_EQ(stored.time, "2024-01-15T10:00:00.000005Z");
+    EXPECT_NE(stored.json.find(R"("lumora-policy:data-policy-association-status":{)"), std::string::npos);
+    EXPECT_NE(stored.json.find(R"("policy-name":"old")"), std::string::npos) << stored.json;
+
+    std::vector<std::string> told;
+    t_mgmt_notif_request request;
+    request.start_us = 0;
+    request.notify = [&](const t_mgmt_notification &one) { told.push_back(one.json); };
+    request.ended = [&](e_mgmt_notif_end end) {
+        told.push_back(end == MGMT_NOTIF_REPLAYED ? "replayed" : "end");
+    };
+    mgmt_notif_subscribe(world.engine.get(), world.session, request);
+    world.settle();
+    send(IPC_OP_NOTIF_SEND, ipc_encode(association(sender, "new")));
+    ASSERT_EQ(told.size(), 3u);
+    EXPECT_EQ(told[1], "replayed");
+    EXPECT_NE(told[2].find("new"), std::string::npos);
+
+    t_ipc_snmp_notification trap = {
+        .sender_id = snmp, .notify_name = "group", .notification = "lumoraPolicyX", .varbinds = {}};
+    send(IPC_OP_NOTIF_SEND_SNMP, ipc_encode(trap));
+    ASSERT_EQ(world.traps.size(), 1u);
+    EXPECT_EQ(world.traps[0].second, "lumoraPolicyX");
+
+    std::string json = mgmt_notifications(*world.engine)[0].json;
+    mgmt_session_close(world.engine.get(), world.session);
+    send(IPC_OP_NOTIF_SEND, ipc_encode(association(sender, "unheard")));
+    EXPECT_EQ(told.size(), 3u);
+    daemon.control.close();
+    world.restart();
+    ASSERT_EQ(mgmt_notifications(*world.engine).size(), 3u) << "the log outlives the daemon";
+    EXPECT_EQ(mgmt_notifications(*world.engine)[0].json, json);
+}
+
+TEST(MgmtSession, WorkOfOtherThreadsAndTheClock)
+{
+    TestWorld world;
+    bool has_run = false;
+    mgmt_engine_post(world.engine.get(), [&] { has_run = true; });
+    EXPECT_TRUE(world.until([&] { return has_run; }));
+    std::string order;
+    t_mgmt_timers *p_timers = mgmt_engine_timers(world.engine.get());
+    t_mgmt_timer early, late, cancelled;
+    mgmt_timer_set(p_timers, &late, 20, [&] { order += "late"; });
+    mgmt_timer_set(p_timers, &early, 10, [&] { order += "early "; });
+    mgmt_timer_set(p_timers, &cancelled, 15, [&] { order += "cancelled "; });
+    mgmt_timer_cancel(p_timers, &cancelled);
+    world.advance(19);
+    EXPECT_EQ(order, "early ");
+    world.advance(1);
+    EXPECT_EQ(order, "early late");
+}
