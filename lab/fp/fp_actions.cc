@@ -27,6 +27,13 @@ uint32_t fp_flow_hash(const t_fp_header &header, uint32_t vpn)
 
 // ---- What each kind of action adds ----
 
+// A value of the slot's, taken as it is.
+template <auto slot_member, auto treatment_member>
+static void add_value(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
+{
+    p_treatment->*treatment_member = slot.*slot_member;
+}
+
 static void add_tloc(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
 {
     p_treatment->locator = {false, 0, slot.tloc[0]};
@@ -38,74 +45,14 @@ static void add_tloc_list(const t_tarn_filter_action &slot, uint32_t hash, t_fp_
     p_treatment->locator = {true, entry, slot.tloc[entry]};
 }
 
-static void add_color_encap(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
-{
-    p_treatment->color_encap = slot.tloc_color_encap;
-}
-
 static void add_mirror(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
 {
     p_treatment->mirrors.push_back(slot.mirror_info);
 }
 
-static void add_class(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
-{
-    p_treatment->forwarding_class = slot._class;
-}
-
-static void add_next_hop(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
-{
-    p_treatment->next_hop = slot.nh_ip_addr;
-}
-
-static void add_nat(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
-{
-    p_treatment->nat_vrid = slot.nat_vrid;
-}
-
-static void add_sla_class(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
-{
-    p_treatment->sla_class = slot.sla_class;
-}
-
-static void add_dscp(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
-{
-    p_treatment->dscp = slot.dscp;
-}
-
-static void add_svc_type(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
-{
-    p_treatment->svc_type = slot.svc_type;
-}
-
-static void add_nat_pool(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
-{
-    p_treatment->nat_pool_id = slot.nat_pool_id;
-}
-
 static void add_log(const t_tarn_filter_action &, uint32_t, t_fp_treatment *p_treatment)
 {
     p_treatment->num_logs++;
-}
-
-static void add_backup_color(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
-{
-    p_treatment->backup_preferred_color = slot.backup_preferred_color;
-}
-
-static void add_traffic_class(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
-{
-    p_treatment->traffic_class = slot.traffic_class;
-}
-
-static void add_local_tlocs(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
-{
-    p_treatment->local_tlocs = slot.local_tloc_list;
-}
-
-static void add_redirect_dns(const t_tarn_filter_action &slot, uint32_t, t_fp_treatment *p_treatment)
-{
-    p_treatment->redirect_dns = slot.redirect_dns_nh_addr;
 }
 
 // Actions without a row carry no value: that they were seen tells all.
@@ -116,21 +63,27 @@ struct t_adder {
 
 static constexpr t_adder adders[] = {
     {TARN_FILTER_ACTION_TLOC, add_tloc},
-    {TARN_FILTER_ACTION_TLOC_WITH_COLOR_ENCAP, add_color_encap},
+    {TARN_FILTER_ACTION_TLOC_WITH_COLOR_ENCAP,
+     add_value<&t_tarn_filter_action::tloc_color_encap, &t_fp_treatment::color_encap>},
     {TARN_FILTER_ACTION_MIRROR, add_mirror},
-    {TARN_FILTER_ACTION_CLASS, add_class},
-    {TARN_FILTER_ACTION_NEXT_HOP, add_next_hop},
-    {TARN_FILTER_ACTION_NAT, add_nat},
-    {TARN_FILTER_ACTION_SLA_CLASS, add_sla_class},
+    {TARN_FILTER_ACTION_CLASS, add_value<&t_tarn_filter_action::_class, &t_fp_treatment::forwarding_class>},
+    {TARN_FILTER_ACTION_NEXT_HOP, add_value<&t_tarn_filter_action::nh_ip_addr, &t_fp_treatment::next_hop>},
+    {TARN_FILTER_ACTION_NAT, add_value<&t_tarn_filter_action::nat_vrid, &t_fp_treatment::nat_vrid>},
+    {TARN_FILTER_ACTION_SLA_CLASS, add_value<&t_tarn_filter_action::sla_class, &t_fp_treatment::sla_class>},
     {TARN_FILTER_ACTION_TLOC_LIST, add_tloc_list},
-    {TARN_FILTER_ACTION_DSCP, add_dscp},
-    {TARN_FILTER_ACTION_SVC_TYPE, add_svc_type},
-    {TARN_FILTER_ACTION_NAT_POOL, add_nat_pool},
+    {TARN_FILTER_ACTION_DSCP, add_value<&t_tarn_filter_action::dscp, &t_fp_treatment::dscp>},
+    {TARN_FILTER_ACTION_SVC_TYPE, add_value<&t_tarn_filter_action::svc_type, &t_fp_treatment::svc_type>},
+    {TARN_FILTER_ACTION_NAT_POOL,
+     add_value<&t_tarn_filter_action::nat_pool_id, &t_fp_treatment::nat_pool_id>},
     {TARN_FILTER_ACTION_LOG, add_log},
-    {TARN_FILTER_ACTION_BACKUP_PREFERRED_COLOR, add_backup_color},
-    {TARN_FILTER_ACTION_TRAFFIC_CLASS, add_traffic_class},
-    {TARN_FILTER_ACTION_LOCAL_TLOC_LIST, add_local_tlocs},
-    {TARN_FILTER_ACTION_REDIRECT_DNS, add_redirect_dns},
+    {TARN_FILTER_ACTION_BACKUP_PREFERRED_COLOR,
+     add_value<&t_tarn_filter_action::backup_preferred_color, &t_fp_treatment::backup_preferred_color>},
+    {TARN_FILTER_ACTION_TRAFFIC_CLASS,
+     add_value<&t_tarn_filter_action::traffic_class, &t_fp_treatment::traffic_class>},
+    {TARN_FILTER_ACTION_LOCAL_TLOC_LIST,
+     add_value<&t_tarn_filter_action::local_tloc_list, &t_fp_treatment::local_tlocs>},
+    {TARN_FILTER_ACTION_REDIRECT_DNS,
+     add_value<&t_tarn_filter_action::redirect_dns_nh_addr, &t_fp_treatment::redirect_dns>},
 };
 
 // ---- Treating ----

@@ -134,7 +134,7 @@ static bool verdict_write(t_fp_replay *p_replay, const fp_json &verdict)
 {
     fp_json line = {{"frame", p_replay->frames.frames}};
     line.update(verdict);
-    p_replay->verdicts << fp_answer_line(line) << '\n';
+    p_replay->verdicts << lab_answer_line(line) << '\n';
     if (p_replay->verdicts.good())
         return true;
     p_replay->error = p_replay->request.verdicts + ": can't be written";

@@ -2,16 +2,6 @@
 
 #include <nlohmann/json.hpp>
 
-fp_json fp_answer_error(const std::string &reason)
-{
-    return {{"ok", false}, {"error", reason}};
-}
-
-std::string fp_answer_line(const fp_json &answer)
-{
-    return answer.dump(-1, ' ', false, fp_json::error_handler_t::replace);
-}
-
 static fp_json filter_json(const t_fp_filter_info &info)
 {
     fp_json json = {{"filter", info.filter_id},
@@ -129,5 +119,5 @@ fp_json fp_service_answer(t_fp_service *p_service, const t_fp_request &request)
     case FP_REQUEST_REPLAY:
         break;
     }
-    return fp_answer_error("a replay runs in steps");
+    return lab_answer_refusal("a replay runs in steps");
 }

@@ -1,7 +1,6 @@
 // What the process offers, without sockets: requests in, answers out.
 //
-// An answer is an object with "ok"; on false "error" tells why, on true the other members depend on the
-// request and "request" repeats its name. fp_answer_text makes text of it. A replay may be long, so it runs
+// Answers are those of lab_answer.h; "request" repeats the request's name. A replay may be long, so it runs
 // in steps: start it, step until it is done, then take its answer. Dropping it half way is fine; what it
 // counted stays. Replays may run side by side. One thread; a replay must not outlive its service.
 //
@@ -11,6 +10,7 @@
 // replay looks the table up for each packet, so it follows a change.
 #pragma once
 
+#include "lab/control/lab_answer.h"
 #include "lab/fp/fp_actions.h"
 #include "lab/fp/fp_applications.h"
 #include "lab/fp/fp_clock.h"
@@ -59,8 +59,6 @@ struct t_fp_service {
 // All requests but replays.
 fp_json fp_service_answer(t_fp_service *p_service, const t_fp_request &request);
 
-fp_json fp_answer_error(const std::string &reason);
-
 // ---- Replays ----
 
 struct t_fp_replay;
@@ -79,11 +77,3 @@ bool fp_replay_step(t_fp_replay *p_replay, uint32_t max_frames);
 
 // The answer of a replay that has ended. After an error in a file it holds what came before, too.
 fp_json fp_replay_answer(const t_fp_replay *p_replay);
-
-// ---- Text ----
-
-// An answer in lines of "name: value"; what repeats is a table. Ends with a line end.
-std::string fp_answer_text(const fp_json &answer);
-
-// On one line, without a line end. Bytes that are no UTF-8 are replaced.
-std::string fp_answer_line(const fp_json &answer);

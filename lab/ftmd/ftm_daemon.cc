@@ -1,17 +1,17 @@
 #include "lab/ftmd/ftm_daemon.h"
 
 #include "common/lum_util.h"
+#include "lab/control/lab_control.h"
+#include "lab/control/lab_program.h"
 #include "lab/ftmd/ftm_handover.h"
 #include "lab/ftmd/ftm_service.h"
-#include "lab/peers/peer_control.h"
 #include "lab/peers/peer_link.h"
-#include "lab/peers/peer_program.h"
 
 struct t_ftm_daemon {
     t_ftm_service service = {};
     ftm_handover_ptr handover;
     peer_client_ptr tarnd;
-    peer_control_ptr control;
+    lab_control_ptr control;
 };
 
 // ---- tarnd ----
@@ -21,14 +21,13 @@ static void on_up(void *p_user)
     t_ftm_daemon *p_daemon = static_cast<t_ftm_daemon *>(p_user);
     ftm_service_up(&p_daemon->service);
     ftm_handover_change(p_daemon->handover.get());
-    peer_log("connection %llu to tarnd",
-             static_cast<unsigned long long>(p_daemon->service.stats.connections));
+    lab_log("connection %llu to tarnd", static_cast<unsigned long long>(p_daemon->service.stats.connections));
 }
 
 static void on_down(void *p_user)
 {
     ftm_service_down(&static_cast<t_ftm_daemon *>(p_user)->service);
-    peer_log("tarnd is gone");
+    lab_log("tarnd is gone");
 }
 
 static void on_message(void *p_user, t_peer_bytes body)
@@ -38,13 +37,13 @@ static void on_message(void *p_user, t_peer_bytes body)
     if (ftm_service_message(&p_daemon->service, body, &error))
         ftm_handover_change(p_daemon->handover.get());
     else
-        peer_log("malformed message of %zu bytes: %s", body.size(), error.c_str());
+        lab_log("malformed message of %zu bytes: %s", body.size(), error.c_str());
 }
 
 static void on_bad(void *p_user, const std::string &reason)
 {
     ftm_service_bad_frame(&static_cast<t_ftm_daemon *>(p_user)->service);
-    peer_log("bad frame: %s", reason.c_str());
+    lab_log("bad frame: %s", reason.c_str());
 }
 
 static constexpr t_peer_client_ops client_ops = {
@@ -61,7 +60,7 @@ static t_fp_bindings current_bindings(void *p_user)
     return ftm_table_bindings(static_cast<t_ftm_daemon *>(p_user)->service.table);
 }
 
-static nlohmann::ordered_json on_request(void *p_user, const t_peer_words &words)
+static nlohmann::ordered_json on_request(void *p_user, const t_lab_words &words)
 {
     const t_ftm_daemon *p_daemon = static_cast<const t_ftm_daemon *>(p_user);
     nlohmann::ordered_json answer = ftm_service_answer(&p_daemon->service, words);
@@ -85,7 +84,7 @@ ftm_daemon_ptr ftm_daemon_open(event_base *p_base, const t_ftm_daemon_places &pl
         *p_error = "no memory";
         return nullptr;
     }
-    daemon->control = peer_control_open(p_base, places.control, on_request, daemon.get(), p_error);
+    daemon->control = lab_control_open(p_base, places.control, on_request, daemon.get(), p_error);
     if (daemon->control == nullptr)
         return nullptr;
     t_peer_client_place place = {.path = places.tarnd, .source = LUM_MODULE_FTM, .target = LUM_MODULE_TARN};

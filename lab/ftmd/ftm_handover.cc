@@ -1,7 +1,8 @@
 #include "lab/ftmd/ftm_handover.h"
 
-#include "lab/peers/peer_program.h"
-#include "lab/peers/peer_socket.h"
+#include "lab/control/lab_answer.h"
+#include "lab/control/lab_program.h"
+#include "lab/control/lab_socket.h"
 
 #include <cstdlib>
 #include <event2/buffer.h>
@@ -18,9 +19,9 @@ struct t_ftm_handover {
     std::string path;
     f_ftm_bindings bindings;
     void *p_user;
-    peer_event_ptr retry;  // pending while not connected
-    peer_event_ptr burst;  // pending while a change waits for more of them
-    bufferevent *p_bev;    // null while not connected
+    lab_event_ptr retry;  // pending while not connected
+    lab_event_ptr burst;  // pending while a change waits for more of them
+    bufferevent *p_bev;   // null while not connected
     bool is_answer_due;
     bool is_changed;      // since the table was sent on this connection
     std::string refusal;  // the last one, if the last answer was one
@@ -33,7 +34,7 @@ static void table_send(t_ftm_handover *p_handover)
 {
     nlohmann::ordered_json request = {{"request", "bindings"}};
     request.update(fp_bindings_json(p_handover->bindings(p_handover->p_user)));
-    std::string line = request.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace) + '\n';
+    std::string line = lab_answer_line(request) + '\n';
     bufferevent_write(p_handover->p_bev, line.data(), line.size());
     p_handover->is_changed = false;
     p_handover->is_answer_due = true;
@@ -72,7 +73,7 @@ static void refusal_note(t_ftm_handover *p_handover, std::string_view line)
     if (p_handover->refusal == line)
         return;
     p_handover->refusal = line;
-    peer_log("the forwarding plane refuses the bindings: %s", p_handover->refusal.c_str());
+    lab_log("the forwarding plane refuses the bindings: %s", p_handover->refusal.c_str());
 }
 
 static void answer_take(t_ftm_handover *p_handover, std::string_view line)
@@ -110,7 +111,7 @@ static void on_event(bufferevent *, short, void *p_arg)
 static void on_retry(evutil_socket_t, short, void *p_arg)
 {
     t_ftm_handover *p_handover = static_cast<t_ftm_handover *>(p_arg);
-    int fd = peer_socket_connect(p_handover->path);
+    int fd = lab_socket_connect(p_handover->path);
     if (fd < 0)
         return connection_end(p_handover);
     p_handover->p_bev = bufferevent_socket_new(p_handover->p_base, fd, BEV_OPT_CLOSE_ON_FREE);

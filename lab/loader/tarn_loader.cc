@@ -2,8 +2,8 @@
 //
 // It starts as tarnd does and serves a control socket: `peerctl --socket /var/run/tarn_loader.sock load FILE`
 // carries out a file's operations and a pass.
+#include "lab/control/lab_control.h"
 #include "lab/loader/loader.h"
-#include "lab/peers/peer_control.h"
 #include "tarnd/core/tarn_main.h"
 
 #include <CLI/CLI.hpp>
@@ -11,12 +11,12 @@
 #include <event2/event.h>
 #include <nlohmann/json.hpp>
 
-static nlohmann::ordered_json answer(void *p_user, const t_peer_words &words)
+static nlohmann::ordered_json answer(void *p_user, const t_lab_words &words)
 {
     if (words.size() != 2 || words[0] != "load")
-        return peer_control_refusal("requests: load FILE");
+        return lab_answer_refusal("requests: load FILE");
     std::string refusal = loader_apply_file(static_cast<t_tarn *>(p_user), words[1]);
-    return refusal.empty() ? peer_control_done() : peer_control_refusal(refusal);
+    return refusal.empty() ? lab_answer_done() : lab_answer_refusal(refusal);
 }
 
 // The daemon's life between start and stop: 0, or 1 when a file or the socket is refused.
@@ -29,7 +29,7 @@ static int serve(const std::string &socket_path, const std::vector<std::string> 
         }
     }
     std::string error;
-    peer_control_ptr control = peer_control_open(g_tarn.p_event_base, socket_path, answer, &g_tarn, &error);
+    lab_control_ptr control = lab_control_open(g_tarn.p_event_base, socket_path, answer, &g_tarn, &error);
     if (control == nullptr) {
         fprintf(stderr, "tarn_loader: %s\n", error.c_str());
         return 1;

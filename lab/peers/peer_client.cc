@@ -1,6 +1,6 @@
+#include "lab/control/lab_program.h"
+#include "lab/control/lab_socket.h"
 #include "lab/peers/peer_link.h"
-#include "lab/peers/peer_program.h"
-#include "lab/peers/peer_socket.h"
 #include "lab/peers/peer_stream.h"
 
 #include <sys/un.h>
@@ -12,7 +12,7 @@ struct t_peer_client {
     t_peer_client_place place;
     const t_peer_client_ops *p_ops;
     void *p_user;
-    peer_event_ptr retry;
+    lab_event_ptr retry;
     peer_stream_ptr stream;  // null while down
 };
 
@@ -52,7 +52,7 @@ static constexpr t_peer_stream_ops stream_ops = {.frame = on_frame, .ended = on_
 static void on_retry(evutil_socket_t, short, void *p_arg)
 {
     t_peer_client *p_client = static_cast<t_peer_client *>(p_arg);
-    int fd = peer_socket_connect(p_client->place.path);
+    int fd = lab_socket_connect(p_client->place.path);
     if (fd >= 0)
         p_client->stream = peer_stream_open(p_client->p_base, fd, &stream_ops, p_client);
     if (p_client->stream == nullptr) {

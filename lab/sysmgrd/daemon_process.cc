@@ -1,7 +1,7 @@
 #include "lab/sysmgrd/daemon_process.h"
 
 #include "common/lum_process.h"
-#include "lab/peers/peer_program.h"
+#include "lab/control/lab_program.h"
 
 #include <cerrno>
 #include <csignal>
@@ -14,7 +14,7 @@
 
 static void op_log(void *, const t_daemon_spec &spec, const std::string &text)
 {
-    peer_log("%s: %s", spec.name.c_str(), text.c_str());
+    lab_log("%s: %s", spec.name.c_str(), text.c_str());
 }
 
 // ---- Pid files ----
@@ -23,7 +23,7 @@ static void op_pid_file(void *, const t_daemon_spec &spec, pid_t pid)
 {
     lum_util_delete_pid_file(spec.name.c_str(), 0);
     if (pid > 0 && lum_util_create_pid_file(spec.name.c_str(), 0, pid) != 0)
-        peer_log("%s: the pid file can't be written: %s", spec.name.c_str(), strerror(errno));
+        lab_log("%s: the pid file can't be written: %s", spec.name.c_str(), strerror(errno));
 }
 
 // Whether the process runs the command's program, by its name as the kernel keeps it.

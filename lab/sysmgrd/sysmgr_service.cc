@@ -1,8 +1,8 @@
 #include "lab/sysmgrd/sysmgr_service.h"
 
 #include "common/lum_util.h"
+#include "lab/control/lab_program.h"
 #include "lab/peers/peer_link.h"
-#include "lab/peers/peer_program.h"
 #include "lab/sysmgrd/daemon_process.h"
 #include "lab/sysmgrd/sysmgr_record.h"
 
@@ -18,7 +18,7 @@ static constexpr uint32_t mask_modules = 64;
 struct t_sysmgr_service {
     event_base *p_base;
     peer_server_ptr server;
-    peer_event_ptr step;
+    lab_event_ptr step;
     std::vector<t_daemon> daemons;
     bool is_stopping;
     uint64_t connections;
@@ -106,14 +106,14 @@ static void on_up(void *p_user, t_peer_session *p_session)
 {
     t_sysmgr_service *p_service = static_cast<t_sysmgr_service *>(p_user);
     p_service->connections++;
-    peer_log("%s has connected", daemon_of_session(p_service, p_session)->spec.name.c_str());
+    lab_log("%s has connected", daemon_of_session(p_service, p_session)->spec.name.c_str());
     peer_session_send(p_session, sysmgr_reply_encode(0, modules_up(p_service)));
 }
 
 static void on_down(void *p_user, t_peer_session *p_session)
 {
     t_sysmgr_service *p_service = static_cast<t_sysmgr_service *>(p_user);
-    peer_log("%s has closed its connection", daemon_of_session(p_service, p_session)->spec.name.c_str());
+    lab_log("%s has closed its connection", daemon_of_session(p_service, p_session)->spec.name.c_str());
 }
 
 static void malformed_note(t_sysmgr_service *p_service, const t_peer_session *p_session,
@@ -123,7 +123,7 @@ static void malformed_note(t_sysmgr_service *p_service, const t_peer_session *p_
     t_daemon *p_daemon = p_session != nullptr ? daemon_of_session(p_service, p_session) : nullptr;
     if (p_daemon != nullptr)
         p_daemon->malformed++;
-    peer_log("%s: %s", p_daemon != nullptr ? p_daemon->spec.name.c_str() : "a connection", reason.c_str());
+    lab_log("%s: %s", p_daemon != nullptr ? p_daemon->spec.name.c_str() : "a connection", reason.c_str());
 }
 
 static void on_bad(void *p_user, t_peer_session *p_session, const std::string &reason)
@@ -134,9 +134,9 @@ static void on_bad(void *p_user, t_peer_session *p_session, const std::string &r
 static void request_note(t_daemon *p_daemon, const t_sysmgr_record &record)
 {
     p_daemon->requests++;
-    peer_log("%s, pid %u, requests: %s, vpn %lu%s%s", p_daemon->spec.name.c_str(), record.pid,
-             sysmgr_record_name(record.type), record.vpn,
-             record.reason.empty() ? "" : ", reason: ", record.reason.c_str());
+    lab_log("%s, pid %u, requests: %s, vpn %lu%s%s", p_daemon->spec.name.c_str(), record.pid,
+            sysmgr_record_name(record.type), record.vpn,
+            record.reason.empty() ? "" : ", reason: ", record.reason.c_str());
 }
 
 static void on_message(void *p_user, t_peer_session *p_session, t_peer_bytes body)
@@ -178,7 +178,7 @@ static t_json daemon_json(const t_daemon &daemon, uint64_t now_ms)
 
 static t_json list_answer(const t_sysmgr_service *p_service)
 {
-    t_json answer = peer_control_done();
+    t_json answer = lab_answer_done();
     answer["daemons"] = t_json::array();
     for (const t_daemon &daemon : p_service->daemons)
         answer["daemons"].push_back(daemon_json(daemon, clock_ms()));
@@ -187,7 +187,7 @@ static t_json list_answer(const t_sysmgr_service *p_service)
 
 static t_json stats_answer(const t_sysmgr_service *p_service)
 {
-    t_json answer = peer_control_done();
+    t_json answer = lab_answer_done();
     answer["clients"] = peer_server_sessions(p_service->server.get()).size();
     answer["connections"] = p_service->connections;
     answer["malformed"] = p_service->malformed;
@@ -202,21 +202,21 @@ struct t_verb {
 static constexpr t_verb verbs[] = {
     {"start", daemon_start}, {"stop", daemon_stop}, {"restart", daemon_restart}};
 
-static t_json verb_answer(t_sysmgr_service *p_service, const t_verb &verb, const t_peer_words &words)
+static t_json verb_answer(t_sysmgr_service *p_service, const t_verb &verb, const t_lab_words &words)
 {
     if (words.size() != 2)
-        return peer_control_refusal(words[0] + " takes a daemon's name");
+        return lab_answer_refusal(words[0] + " takes a daemon's name");
     auto place = std::find_if(p_service->daemons.begin(), p_service->daemons.end(),
                               [&words](const t_daemon &daemon) { return daemon.spec.name == words[1]; });
     if (place == p_service->daemons.end() || place->state == DAEMON_OBSERVED)
-        return peer_control_refusal(words[1] + " is not supervised");
+        return lab_answer_refusal(words[1] + " is not supervised");
     if (p_service->is_stopping)
-        return peer_control_refusal("the manager is stopping");
+        return lab_answer_refusal("the manager is stopping");
     verb.act(&*place, clock_ms());
-    return peer_control_done();
+    return lab_answer_done();
 }
 
-t_json sysmgr_service_answer(t_sysmgr_service *p_service, const t_peer_words &words)
+t_json sysmgr_service_answer(t_sysmgr_service *p_service, const t_lab_words &words)
 {
     for (const t_verb &verb : verbs) {
         if (words[0] == verb.name)
@@ -226,7 +226,7 @@ t_json sysmgr_service_answer(t_sysmgr_service *p_service, const t_peer_words &wo
         return list_answer(p_service);
     if (words.size() == 1 && words[0] == "stats")
         return stats_answer(p_service);
-    return peer_control_refusal("the requests are list, stats, start NAME, stop NAME, restart NAME");
+    return lab_answer_refusal("the requests are list, stats, start NAME, stop NAME, restart NAME");
 }
 
 // ---- Service ----

@@ -7,7 +7,7 @@
 // On the event base's thread.
 #pragma once
 
-#include "lab/peers/peer_control.h"
+#include "lab/control/lab_control.h"
 #include "lab/sysmgrd/daemon.h"
 
 #include <nlohmann/json_fwd.hpp>
@@ -32,4 +32,4 @@ sysmgr_service_ptr sysmgr_service_open(event_base *p_base, const std::string &pa
 void sysmgr_service_stop(t_sysmgr_service *p_service);
 
 // Answers `list`, `stats`, `start NAME`, `stop NAME` and `restart NAME`.
-nlohmann::ordered_json sysmgr_service_answer(t_sysmgr_service *p_service, const t_peer_words &words);
+nlohmann::ordered_json sysmgr_service_answer(t_sysmgr_service *p_service, const t_lab_words &words);

@@ -73,7 +73,7 @@ static bool address_parse(const std::string &text, t_ttm_name *p_name)
 }
 
 // words: the command, address, color, encapsulation and what follows.
-static bool name_parse(const t_peer_words &words, t_ttm_name *p_name, std::string *p_error)
+static bool name_parse(const t_lab_words &words, t_ttm_name *p_name, std::string *p_error)
 {
     if (words.size() < 4)
         return refuse(p_error, words[0] + " takes an address, a color and an encapsulation");
@@ -106,7 +106,7 @@ static bool change_parse(std::string_view name, std::string_view text, t_ttm_cha
 
 // ---- Commands ----
 
-static bool announce_parse(const t_peer_words &words, t_ttm_command *p_command, std::string *p_error)
+static bool announce_parse(const t_lab_words &words, t_ttm_command *p_command, std::string *p_error)
 {
     if (!name_parse(words, &p_command->name, p_error))
         return false;
@@ -120,14 +120,14 @@ static bool announce_parse(const t_peer_words &words, t_ttm_command *p_command, 
     return true;
 }
 
-static bool withdraw_parse(const t_peer_words &words, t_ttm_command *p_command, std::string *p_error)
+static bool withdraw_parse(const t_lab_words &words, t_ttm_command *p_command, std::string *p_error)
 {
     if (words.size() > 4)
         return refuse(p_error, "withdraw can't take " + words[4]);
     return name_parse(words, &p_command->name, p_error);
 }
 
-static bool flap_parse(const t_peer_words &words, t_ttm_command *p_command, std::string *p_error)
+static bool flap_parse(const t_lab_words &words, t_ttm_command *p_command, std::string *p_error)
 {
     if (!name_parse(words, &p_command->name, p_error))
         return false;
@@ -140,14 +140,14 @@ static bool flap_parse(const t_peer_words &words, t_ttm_command *p_command, std:
     return true;
 }
 
-static bool sleep_parse(const t_peer_words &words, t_ttm_command *p_command, std::string *p_error)
+static bool sleep_parse(const t_lab_words &words, t_ttm_command *p_command, std::string *p_error)
 {
     std::optional<uint32_t> msecs = words.size() == 2 ? number_parse(words[1], max_msecs) : std::nullopt;
     p_command->msecs = msecs.value_or(0);
     return msecs.has_value() || refuse(p_error, "sleep takes milliseconds");
 }
 
-static bool plain_parse(const t_peer_words &words, t_ttm_command *, std::string *p_error)
+static bool plain_parse(const t_lab_words &words, t_ttm_command *, std::string *p_error)
 {
     return words.size() == 1 || refuse(p_error, words[0] + " takes nothing more");
 }
@@ -155,7 +155,7 @@ static bool plain_parse(const t_peer_words &words, t_ttm_command *, std::string 
 struct t_command_row {
     const char *name;
     e_ttm_command kind;
-    bool (*parse)(const t_peer_words &words, t_ttm_command *p_command, std::string *p_error);
+    bool (*parse)(const t_lab_words &words, t_ttm_command *p_command, std::string *p_error);
 };
 
 static constexpr t_command_row rows[] = {
@@ -168,7 +168,7 @@ static constexpr t_command_row rows[] = {
     {"sleep", TTM_COMMAND_SLEEP, sleep_parse},
 };
 
-bool ttm_command_parse(const t_peer_words &words, t_ttm_command *p_command, std::string *p_error)
+bool ttm_command_parse(const t_lab_words &words, t_ttm_command *p_command, std::string *p_error)
 {
     *p_command = {};
     if (words.empty())

@@ -9,7 +9,7 @@
 // Colors and encapsulations go by their whole names. Pure functions.
 #pragma once
 
-#include "lab/peers/peer_control.h"
+#include "lab/control/lab_control.h"
 #include "lab/ttmd/ttm_record.h"
 
 #include <optional>
@@ -43,7 +43,7 @@ struct t_ttm_command {
 };
 
 // False with the reason.
-[[nodiscard]] bool ttm_command_parse(const t_peer_words &words, t_ttm_command *p_command,
+[[nodiscard]] bool ttm_command_parse(const t_lab_words &words, t_ttm_command *p_command,
                                      std::string *p_error);
 
 // The name of a status or an origin, "-" if it has none.

@@ -1,8 +1,8 @@
 #include "lab/ttmd/ttm_service.h"
 
 #include "common/lum_util.h"
+#include "lab/control/lab_program.h"
 #include "lab/peers/peer_link.h"
-#include "lab/peers/peer_program.h"
 
 #include <arpa/inet.h>
 #include <map>
@@ -19,7 +19,7 @@ struct t_flapping {
     t_ttm_locator locator;
     uint32_t steps;  // left; an even number when the withdrawal is next
     uint32_t msecs;
-    peer_event_ptr timer;
+    lab_event_ptr timer;
 };
 
 struct t_registration {
@@ -98,20 +98,20 @@ static void on_up(void *p_user, t_peer_session *p_session)
     t_ttm_service *p_service = static_cast<t_ttm_service *>(p_user);
     p_service->counts.connections++;
     p_service->clients[p_session] = {};
-    peer_log("%s has connected", client_name(p_session));
+    lab_log("%s has connected", client_name(p_session));
 }
 
 static void on_down(void *p_user, t_peer_session *p_session)
 {
     t_ttm_service *p_service = static_cast<t_ttm_service *>(p_user);
     p_service->clients.erase(p_session);
-    peer_log("%s has gone", client_name(p_session));
+    lab_log("%s has gone", client_name(p_session));
 }
 
 static void on_bad(void *p_user, t_peer_session *p_session, const std::string &reason)
 {
     static_cast<t_ttm_service *>(p_user)->counts.malformed++;
-    peer_log("%s: %s", p_session != nullptr ? client_name(p_session) : "a connection", reason.c_str());
+    lab_log("%s: %s", p_session != nullptr ? client_name(p_session) : "a connection", reason.c_str());
 }
 
 // Null, or why it is refused.
@@ -131,18 +131,18 @@ static void on_message(void *p_user, t_peer_session *p_session, t_peer_bytes bod
     std::string reason;
     if (!ttm_record_decode(body, &record, &reason)) {
         p_service->counts.malformed++;
-        return peer_log("%s: record of %zu bytes: %s", client_name(p_session), body.size(), reason.c_str());
+        return lab_log("%s: record of %zu bytes: %s", client_name(p_session), body.size(), reason.c_str());
     }
     if (const char *fault = registration_fault(p_session, record)) {
         p_service->counts.refused++;
-        return peer_log("%s: %s", client_name(p_session), fault);
+        return lab_log("%s: %s", client_name(p_session), fault);
     }
     p_service->counts.registrations++;
     t_registration &registration = p_service->clients[p_session];
     registration.families[record.family] = record.announce == 1;
     registration.originates = record.originate == 1;
-    peer_log("%s registers: ipv%d, announce %d, originate %d", client_name(p_session),
-             record.family == TTM_RECORD_IPV6 ? 6 : 4, record.announce, record.originate);
+    lab_log("%s registers: ipv%d, announce %d, originate %d", client_name(p_session),
+            record.family == TTM_RECORD_IPV6 ? 6 : 4, record.announce, record.originate);
     if (record.announce == 1)
         table_send(p_service, p_session, record.family);
 }
@@ -198,7 +198,7 @@ static t_json announce_run(t_ttm_service *p_service, const t_ttm_command &comman
     }
     changes_apply(command.changes, &known->second);
     locator_send_all(p_service, TTM_RECORD_TLOC_ADD, known->second);
-    return peer_control_done();
+    return lab_answer_done();
 }
 
 static bool locator_withdraw(t_ttm_service *p_service, const t_ttm_name &name)
@@ -215,8 +215,8 @@ static t_json withdraw_run(t_ttm_service *p_service, const t_ttm_command &comman
 {
     bool was_flapping = p_service->flappings.erase(command.name) != 0;
     if (!locator_withdraw(p_service, command.name) && !was_flapping)
-        return peer_control_refusal("this locator is not announced");
-    return peer_control_done();
+        return lab_answer_refusal("this locator is not announced");
+    return lab_answer_done();
 }
 
 // ---- Flapping ----
@@ -243,7 +243,7 @@ static t_json flap_run(t_ttm_service *p_service, const t_ttm_command &command)
 {
     auto known = p_service->locators.find(command.name);
     if (known == p_service->locators.end() || p_service->flappings.contains(command.name))
-        return peer_control_refusal("this locator is not announced, or flaps already");
+        return lab_answer_refusal("this locator is not announced, or flaps already");
     auto flapping = std::make_unique<t_flapping>(t_flapping{.p_service = p_service,
                                                             .locator = known->second,
                                                             .steps = 2 * command.count,
@@ -251,11 +251,11 @@ static t_json flap_run(t_ttm_service *p_service, const t_ttm_command &command)
                                                             .timer = nullptr});
     flapping->timer.reset(event_new(p_service->p_base, -1, 0, on_flap, flapping.get()));
     if (flapping->timer == nullptr)
-        return peer_control_refusal("no timer");
+        return lab_answer_refusal("no timer");
     t_flapping *p_flapping = flapping.get();
     p_service->flappings[command.name] = std::move(flapping);
     on_flap(-1, 0, p_flapping);
-    return peer_control_done();
+    return lab_answer_done();
 }
 
 // ---- Answers ----
@@ -282,7 +282,7 @@ static t_json locator_json(const t_ttm_locator &locator)
 
 static t_json list_run(const t_ttm_service *p_service)
 {
-    t_json answer = peer_control_done();
+    t_json answer = lab_answer_done();
     answer["locators"] = t_json::array();
     for (const auto &[name, locator] : p_service->locators)
         answer["locators"].push_back(locator_json(locator));
@@ -298,7 +298,7 @@ static t_json list_run(const t_ttm_service *p_service)
 
 static t_json stats_run(const t_ttm_service *p_service)
 {
-    t_json answer = peer_control_done();
+    t_json answer = lab_answer_done();
     answer["connections"] = p_service->counts.connections;
     answer["registrations"] = p_service->counts.registrations;
     answer["malformed"] = p_service->counts.malformed;
@@ -315,7 +315,7 @@ static t_json drop_run(t_ttm_service *p_service)
     std::vector<t_peer_session *> sessions = peer_server_sessions(p_service->server.get());
     for (t_peer_session *p_session : sessions)
         peer_session_close(p_session);
-    t_json answer = peer_control_done();
+    t_json answer = lab_answer_done();
     answer["dropped"] = sessions.size();
     return answer;
 }
@@ -340,7 +340,7 @@ t_json ttm_service_run(t_ttm_service *p_service, const t_ttm_command &command)
     case TTM_COMMAND_SLEEP:
         break;
     }
-    return peer_control_refusal("only a script can sleep");
+    return lab_answer_refusal("only a script can sleep");
 }
 
 ttm_service_ptr ttm_service_open(event_base *p_base, const std::string &path, std::string *p_error)

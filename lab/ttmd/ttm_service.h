@@ -27,6 +27,6 @@ using ttm_service_ptr = std::unique_ptr<t_ttm_service, t_ttm_service_deleter>;
 // Listens for clients at the path. Null with the reason.
 ttm_service_ptr ttm_service_open(event_base *p_base, const std::string &path, std::string *p_error);
 
-// Does any command but sleep; the answer is as peer_control.h has it. announce and withdraw end a flapping of
+// Does any command but sleep; the answer is as lab_answer.h has it. announce and withdraw end a flapping of
 // the same locator.
 nlohmann::ordered_json ttm_service_run(t_ttm_service *p_service, const t_ttm_command &command);

@@ -126,26 +126,37 @@ static int remove_from_access_list(t_tarn_dpi_app_list *p_list, t_tarn_access_li
     return 0;
 }
 
-int tarn_config_add_app_list_to_policy(t_tarn *p_tarn, const char *app_list_name,
-                                       e_tarn_dpi_app_list_loc_type loc_type, uint32_t policy_type,
-                                       const char *policy_name, const char *vpn_list_name)
+// What is done to a local list's access list, and to any other list's context.
+struct t_use_change {
+    int (*to_access_list)(t_tarn_dpi_app_list *p_list, t_tarn_access_list *p_access_list);
+    int (*to_context)(t_tarn *p_tarn, t_tarn_dpi_app_list *p_list, const t_context_user &user);
+};
+
+static constexpr t_use_change use_added = {add_to_access_list, add_to_context};
+static constexpr t_use_change use_removed = {remove_from_access_list, remove_from_context};
+
+static int change_use(const t_use_change &change, t_tarn *p_tarn, const char *app_list_name,
+                      e_tarn_dpi_app_list_loc_type loc_type, uint32_t policy_type, const char *policy_name,
+                      const char *vpn_list_name)
 {
     t_tarn_dpi_app_list *p_list = tarn_app_list_find(p_tarn, app_list_name, loc_type);
     if (p_list == nullptr)
         return ENOENT;
     if (loc_type == TARN_DPI_KEY_LOC_LOCAL)
-        return add_to_access_list(p_list, find_access_list(p_tarn, policy_type, policy_name));
-    return add_to_context(p_tarn, p_list, find_context(p_tarn, policy_type, policy_name, vpn_list_name));
+        return change.to_access_list(p_list, find_access_list(p_tarn, policy_type, policy_name));
+    return change.to_context(p_tarn, p_list, find_context(p_tarn, policy_type, policy_name, vpn_list_name));
+}
+
+int tarn_config_add_app_list_to_policy(t_tarn *p_tarn, const char *app_list_name,
+                                       e_tarn_dpi_app_list_loc_type loc_type, uint32_t policy_type,
+                                       const char *policy_name, const char *vpn_list_name)
+{
+    return change_use(use_added, p_tarn, app_list_name, loc_type, policy_type, policy_name, vpn_list_name);
 }
 
 int tarn_config_remove_app_list_from_policy(t_tarn *p_tarn, const char *app_list_name,
                                             e_tarn_dpi_app_list_loc_type loc_type, uint32_t policy_type,
                                             const char *policy_name, const char *vpn_list_name)
 {
-    t_tarn_dpi_app_list *p_list = tarn_app_list_find(p_tarn, app_list_name, loc_type);
-    if (p_list == nullptr)
-        return ENOENT;
-    if (loc_type == TARN_DPI_KEY_LOC_LOCAL)
-        return remove_from_access_list(p_list, find_access_list(p_tarn, policy_type, policy_name));
-    return remove_from_context(p_tarn, p_list, find_context(p_tarn, policy_type, policy_name, vpn_list_name));
+    return change_use(use_removed, p_tarn, app_list_name, loc_type, policy_type, policy_name, vpn_list_name);
 }

@@ -189,14 +189,21 @@ static t_tarn_mirror_tunnel_config *tunnel_of(t_dlnode *p_node)
     return DLL_RECORD(p_node, t_tarn_mirror_tunnel_config, dlnode);
 }
 
-int tarn_config_mirror_change(t_tarn *p_tarn, const char *name, const char *intf_name,
-                              const t_tarn_mirror_tunnel *p_tunnel)
+// 0, EBADMSG without a daemon or a name, or ENOENT.
+static int find_named(t_tarn *p_tarn, const char *name, t_tarn_mirror_config **pp_mirror)
 {
     if (p_tarn == nullptr || name == nullptr)
         return EBADMSG;
-    t_tarn_mirror_config *p_mirror = tarn_mirror_find(p_tarn, name);
-    if (p_mirror == nullptr)
-        return ENOENT;
+    *pp_mirror = tarn_mirror_find(p_tarn, name);
+    return *pp_mirror != nullptr ? 0 : ENOENT;
+}
+
+int tarn_config_mirror_change(t_tarn *p_tarn, const char *name, const char *intf_name,
+                              const t_tarn_mirror_tunnel *p_tunnel)
+{
+    t_tarn_mirror_config *p_mirror;
+    if (int status = find_named(p_tarn, name, &p_mirror); status != 0)
+        return status;
     if (intf_name != nullptr) {
         if (p_mirror->intf_list.p_head == nullptr)
             return ENOENT;
@@ -261,11 +268,9 @@ static void free_mirror(void *p_object)
 int tarn_config_mirror_delete(t_tarn *p_tarn, const char *name, const char *intf_name,
                               const t_tarn_mirror_tunnel *p_tunnel)
 {
-    if (p_tarn == nullptr || name == nullptr)
-        return EBADMSG;
-    t_tarn_mirror_config *p_mirror = tarn_mirror_find(p_tarn, name);
-    if (p_mirror == nullptr)
-        return ENOENT;
+    t_tarn_mirror_config *p_mirror;
+    if (int status = find_named(p_tarn, name, &p_mirror); status != 0)
+        return status;
     if (intf_name != nullptr)
         delete_intf(p_mirror, intf_name);
     if (p_tunnel != nullptr) {

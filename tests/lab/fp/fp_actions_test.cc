@@ -2,8 +2,7 @@
 // mirrors.
 #include "lab/fp/fp_actions.h"
 
-#include "lab/fp/fp_service.h"
-#include "tests/lab/fp/fp_pool.h"
+#include "tests/lab/fp/fp_ask.h"
 #include "tests/lab/fp/frames.h"
 #include "tests/support/program_builder.h"
 
@@ -11,14 +10,7 @@
 #include <arpa/inet.h>
 #include <cstring>
 #include <fstream>
-#include <gtest/gtest.h>
 #include <iterator>
-#include <nlohmann/json.hpp>
-
-static uint64_t one_tick()
-{
-    return 1;
-}
 
 static t_tarn_filter_action slot_of(uint32_t action)
 {
@@ -42,33 +34,7 @@ static std::vector<std::byte> one_record_program(const t_slots &slots)
     return program;
 }
 
-class FpActionsShortTest : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        service = {fp_engine_new(pool.spans()), fp_clock_make(one_tick, 1000), {}};
-    }
-
-    fp_json answer(const std::string &line)
-    {
-        t_fp_request request = {};
-        std::string error;
-        if (!fp_request_parse(line, &request, &error))
-            return fp_answer_error(error);
-        if (request.kind != FP_REQUEST_REPLAY)
-            return fp_service_answer(&service, request);
-        fp_replay_ptr replay = fp_replay_start(&service, request, &error);
-        if (replay == nullptr)
-            return fp_answer_error(error);
-        while (fp_replay_step(replay.get(), 100))
-            continue;
-        return fp_replay_answer(replay.get());
-    }
-
-    t_test_memory memory;
-    t_test_pool pool;
-    t_fp_service service;
-};
+class FpActionsShortTest : public FpAsking {};
 
 TEST_F(FpActionsShortTest, EveryKindOfActionIsAFieldOfTheTreatment)
 {
@@ -176,10 +142,10 @@ TEST_F(FpActionsShortTest, EveryKindOfActionIsAFieldOfTheTreatment)
         pool.filters[1].activity = 0;  // the slot was given out again
         fp_json got = answer("classify 1 10.0.0.1 10.0.0.2 1000 9 udp");
         EXPECT_EQ(got["verdict"], c.verdict) << c.treatment;
-        EXPECT_EQ(fp_answer_line(got["treatment"]), c.treatment);
+        EXPECT_EQ(lab_answer_line(got["treatment"]), c.treatment);
     }
     fp_json stats = answer("stats")["treatments"];
-    EXPECT_EQ(fp_answer_line(stats),
+    EXPECT_EQ(lab_answer_line(stats),
               R"({"logged":2,"mirror-copies":2,"locators":2,"unresolved":1,"fallbacks":1})");
 }
 

@@ -1,17 +1,8 @@
 // Packets through what is bound where they are.
-#include "lab/fp/fp_service.h"
-#include "tests/lab/fp/fp_pool.h"
+#include "tests/lab/fp/fp_ask.h"
 #include "tests/lab/fp/frames.h"
 
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
-
-static uint64_t one_tick()
-{
-    return 1;
-}
-
-class FpForwardShortTest : public testing::Test {
+class FpForwardShortTest : public FpAsking {
 protected:
     // Filter 1 is an interface list, 2 an application-route policy, 3 a data policy.
     void SetUp() override
@@ -25,7 +16,6 @@ protected:
                                 {30, 39, {policer_slot("1.mark", 1, 0, FP_POLICER_ACTION_MARK_PLP_HIGH)}}},
                                {counter_slot("all")}));
         pool.put(3, 200, ports_compile("data", {{40, 49, {reject}}}, {accept}));
-        service = {fp_engine_new(pool.spans()), fp_clock_make(one_tick, 1000), {}};
         EXPECT_EQ(answer(R"({"request": "bindings", "vpns": [
             {"type": "data", "min": 1, "max": 9, "filter": 3, "direction": "service", "name": "d"},
             {"type": "application-route", "min": 1, "max": 9, "filter": 2, "direction": "none", "name": "r"},
@@ -35,26 +25,6 @@ protected:
                             "name": "l"}]})")["ok"],
                   true);
     }
-
-    fp_json answer(const std::string &line)
-    {
-        t_fp_request request = {};
-        std::string error;
-        if (!fp_request_parse(line, &request, &error))
-            return fp_answer_error(error);
-        if (request.kind != FP_REQUEST_REPLAY)
-            return fp_service_answer(&service, request);
-        fp_replay_ptr replay = fp_replay_start(&service, request, &error);
-        if (replay == nullptr)
-            return fp_answer_error(error);
-        while (fp_replay_step(replay.get(), 100))
-            continue;
-        return fp_replay_answer(replay.get());
-    }
-
-    t_test_memory memory;
-    t_test_pool pool;
-    t_fp_service service;
 };
 
 TEST_F(FpForwardShortTest, APacketMeetsTheStagesInOrderUntilOneDropsIt)
@@ -143,7 +113,7 @@ TEST_F(FpForwardShortTest, ANewTableReplacesTheOldOneAndOneThatDoesNotHoldLeaves
 
 TEST_F(FpForwardShortTest, TextShowsEachStageAsABlock)
 {
-    EXPECT_EQ(fp_answer_text(answer("forward 5 ge0/1 in - - - 10 udp len=100")),
+    EXPECT_EQ(lab_answer_text(answer("forward 5 ge0/1 in - - - 10 udp len=100")),
               "vpn: 5\n"
               "interface: ge0/1\n"
               "direction: in\n"

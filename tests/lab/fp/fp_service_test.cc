@@ -1,11 +1,8 @@
 // Answers: load, classify, stats, and replays whose clock is the file's.
 #include "lab/fp/fp_service.h"
 
-#include "tests/lab/fp/fp_pool.h"
+#include "tests/lab/fp/fp_ask.h"
 #include "tests/lab/fp/frames.h"
-
-#include <gtest/gtest.h>
-#include <nlohmann/json.hpp>
 
 static constexpr uint64_t second_ns = 1000000000;
 static constexpr uint64_t clock_hz = 2000000;
@@ -18,7 +15,7 @@ static uint64_t test_ticks()
     return g_ticks;
 }
 
-class FpServiceShortTest : public testing::Test {
+class FpServiceShortTest : public FpAsking {
 protected:
     void SetUp() override
     {
@@ -32,23 +29,8 @@ protected:
                                   policer_slot("1.slow", rate, 100 * rate, FP_POLICER_ACTION_DROP)}}},
                                {plain_slot(TARN_FILTER_ACTION_REJECT)}));
         g_ticks = 1000;
-        service = {fp_engine_new(pool.spans()), fp_clock_make(test_ticks, clock_hz), {}};
-    }
-
-    fp_json answer(const std::string &line)
-    {
-        t_fp_request request = {};
-        std::string error;
-        if (!fp_request_parse(line, &request, &error))
-            return fp_answer_error(error);
-        if (request.kind != FP_REQUEST_REPLAY)
-            return fp_service_answer(&service, request);
-        fp_replay_ptr replay = fp_replay_start(&service, request, &error);
-        if (replay == nullptr)
-            return fp_answer_error(error);
-        while (fp_replay_step(replay.get(), 3))
-            continue;
-        return fp_replay_answer(replay.get());
+        service.clock = fp_clock_make(test_ticks, clock_hz);
+        replay_frames = 3;
     }
 
     fp_json replay(const t_bytes &file, const std::string &fields = "", const std::string &words = "")
@@ -58,10 +40,6 @@ protected:
             file_write(capture.path + ".fields", std::as_bytes(std::span(fields)));
         return answer("replay 3 " + capture.path + words);
     }
-
-    t_test_memory memory;
-    t_test_pool pool;
-    t_fp_service service;
 };
 
 TEST_F(FpServiceShortTest, ClassifyTellsVerdictRecordAndActions)
@@ -162,24 +140,4 @@ TEST_F(FpServiceShortTest, LoadListsProgramsAndFaults)
     EXPECT_EQ(got["filters"][0]["records"], 3);
     EXPECT_EQ(got["filters"][1]["valid"], false);
     EXPECT_EQ(got["filters"][1]["activity"], true);
-}
-
-TEST(FpAnswerShortTest, TextHasALineForEachMemberAndATableForWhatRepeats)
-{
-    fp_json answer = {{"ok", true},
-                      {"request", "load"},
-                      {"name", "a\nb"},
-                      {"empty", fp_json::array()},
-                      {"filters", {{{"filter", 3}, {"valid", true}}, {{"filter", 12}, {"error", "x y"}}}},
-                      {"actions", {{{"slot", 0}, {"action", "count"}, {"name", "web"}, {"packets", 2}}}}};
-    EXPECT_EQ(fp_answer_text(answer), "name: a?b\n"
-                                      "empty: none\n"
-                                      "filters:\n"
-                                      "  filter  valid  error\n"
-                                      "  3       yes    -\n"
-                                      "  12      -      x y\n"
-                                      "actions:\n"
-                                      "  0: count name=web packets=2\n");
-    EXPECT_EQ(fp_answer_text(fp_answer_error("no")), "error: no\n");
-    EXPECT_EQ(fp_answer_line({{"name", "\xff"}}), "{\"name\":\"\xef\xbf\xbd\"}");
 }

@@ -20,7 +20,7 @@ static std::string action_line(const t_tarn_filter_action &slot)
     outcome.p_slots = slots.data();
     outcome.num_executed = 1;
     outcome.executed[0] = {4, FP_POLICE_MARK};
-    return fp_answer_line(fp_verdict_json(outcome)["actions"][0]);
+    return lab_answer_line(fp_verdict_json(outcome)["actions"][0]);
 }
 
 static t_tarn_filter_action forwarding_slot(uint32_t action)

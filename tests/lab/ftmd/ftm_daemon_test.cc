@@ -1,9 +1,9 @@
 // The daemon between a policy daemon's end of the channel and a forwarding plane, all on one loop.
 #include "lab/ftmd/ftm_daemon.h"
 
+#include "lab/control/lab_program.h"
 #include "lab/fp/fp_control.h"
 #include "lab/peers/peer_link.h"
-#include "lab/peers/peer_program.h"
 #include "tests/lab/fp/fp_pool.h"
 #include "tests/lab/fp/frames.h"
 #include "tests/lab/ftmd/ftm_bytes.h"
@@ -90,10 +90,10 @@ protected:
     t_test_file file;
     t_fp_service service;
     std::string error;
-    peer_base_ptr base;
+    lab_base_ptr base;
     std::vector<t_message_bytes> replay;
     peer_server_ptr tarnd;
-    fp_control_ptr fpd;
+    lab_control_ptr fpd;
     ftm_daemon_ptr ftmd;
 };
 

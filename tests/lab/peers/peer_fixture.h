@@ -1,8 +1,8 @@
 // An event loop with a deadline and a folder of its own, for tests of connections.
 #pragma once
 
+#include "lab/control/lab_program.h"
 #include "lab/peers/peer_link.h"
-#include "lab/peers/peer_program.h"
 
 #include <chrono>
 #include <csignal>
@@ -12,7 +12,7 @@
 
 class PeerLoop : public testing::Test {
 protected:
-    peer_base_ptr base{event_base_new()};
+    lab_base_ptr base{event_base_new()};
     std::string folder;
     std::string error;
 
@@ -37,7 +37,7 @@ protected:
     bool runs_until(F condition)
     {
         auto end = std::chrono::steady_clock::now() + std::chrono::seconds(5);
-        peer_event_ptr tick(event_new(
+        lab_event_ptr tick(event_new(
             base.get(), -1, EV_PERSIST, [](evutil_socket_t, short, void *) {}, nullptr));
         static constexpr timeval pause = {.tv_sec = 0, .tv_usec = 5000};
         event_add(tick.get(), &pause);

@@ -1,5 +1,7 @@
 #include "lab/sysmgrd/sysmgr_record.h"
 
+#include "tests/lab/peers/record_faults.h"
+
 #include <gtest/gtest.h>
 
 using t_bytes = std::vector<uint8_t>;
@@ -53,28 +55,12 @@ TEST(SysmgrRecordGolden, EachType)
 
 TEST(SysmgrRecord, EveryOtherLengthIsRefused)
 {
-    for (const t_bytes &whole : {golden_hello(), golden_reboot()}) {
-        for (size_t size = 0; size < whole.size() + 8; size++) {
-            t_bytes bytes = whole;
-            bytes.resize(size, 'x');
-            if (size == whole.size())
-                continue;
-            EXPECT_NE(fault_of(bytes), "") << size;
-            if (size > 2)
-                bytes[2] = static_cast<uint8_t>(size);  // also when the record's own size agrees
-            EXPECT_NE(fault_of(bytes), "") << size;
-        }
-    }
+    expect_other_lengths_refused({golden_hello(), golden_reboot()}, 2, fault_of);
 }
 
 TEST(SysmgrRecord, WhatDoesNotBelongIsRefused)
 {
-    struct t_case {
-        size_t offset;
-        uint8_t value;
-        const char *reason;
-    };
-    static constexpr t_case cases[] = {
+    static constexpr t_record_fault faults[] = {
         {0, 2, "the version is not 1"},
         {1, 0, "the type is none for the manager"},
         {1, 4, "the type is none for the manager"},
@@ -84,11 +70,7 @@ TEST(SysmgrRecord, WhatDoesNotBelongIsRefused)
         {12, 1, "reserved bytes are not 0"},
         {31, 1, "a VPN where none belongs"},
     };
-    for (const t_case &c : cases) {
-        t_bytes bytes = golden_hello();
-        bytes[c.offset] = c.value;
-        EXPECT_EQ(fault_of(bytes), c.reason) << c.offset;
-    }
+    expect_faults(golden_hello(), faults, fault_of);
     t_bytes bytes = golden_reboot();
     bytes[33] = 0;
     EXPECT_EQ(fault_of(bytes), "bytes behind the reason");

@@ -1,6 +1,7 @@
 #include "lab/ttmd/ttm_record.h"
 
 #include "platform/ttm/ttm.h"
+#include "tests/lab/peers/record_faults.h"
 
 #include <gtest/gtest.h>
 #include <random>
@@ -254,29 +255,12 @@ TEST(TtmRecordGolden, RegistrationAndLocator)
 
 TEST(TtmRecord, EveryOtherLengthIsRefused)
 {
-    for (const t_bytes &whole : {golden_locator(), golden_registration()}) {
-        for (size_t size = 0; size <= whole.size() + 30; size++) {
-            t_bytes bytes = whole;
-            bytes.resize(size);
-            if (size == whole.size())
-                continue;
-            EXPECT_NE(fault_of(bytes), "") << size;
-            if (size < TTM_RECORD_HEADER)
-                continue;
-            bytes[7] = static_cast<uint8_t>(size);  // also when the header agrees
-            EXPECT_NE(fault_of(bytes), "") << size;
-        }
-    }
+    expect_other_lengths_refused({golden_locator(), golden_registration()}, 7, fault_of);
 }
 
 TEST(TtmRecord, WhatIsOutOfItsRangeIsRefused)
 {
-    struct t_case {
-        size_t offset;
-        uint8_t value;
-        const char *reason;
-    };
-    static constexpr t_case cases[] = {
+    static constexpr t_record_fault faults[] = {
         {0, 2, "the version is not 1"},
         {1, 2, "the type is unknown"},
         {1, 7, "the type is unknown"},
@@ -296,11 +280,7 @@ TEST(TtmRecord, WhatIsOutOfItsRangeIsRefused)
         {150, 3, "too many labels"},
         {151, 1, "a reserved byte of a path is not 0, or the paths are cut"},
     };
-    for (const t_case &c : cases) {
-        t_bytes bytes = golden_locator();
-        bytes[c.offset] = c.value;
-        EXPECT_EQ(fault_of(bytes), c.reason) << c.offset;
-    }
+    expect_faults(golden_locator(), faults, fault_of);
     t_bytes bytes = golden_registration();
     bytes[11] = 1;
     EXPECT_EQ(fault_of(bytes), "reserved bytes of the registration are not 0");

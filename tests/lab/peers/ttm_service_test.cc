@@ -36,8 +36,8 @@ protected:
     {
         t_ttm_command command;
         std::string reason;
-        if (!ttm_command_parse(peer_words_split(line), &command, &reason))
-            return peer_control_refusal(reason);
+        if (!ttm_command_parse(lab_words_split(line), &command, &reason))
+            return lab_answer_refusal(reason);
         return ttm_service_run(service.get(), command);
     }
     void send_registration(e_ttm_record_family family, uint8_t announce, uint16_t module)
@@ -147,5 +147,5 @@ TEST_F(TtmService, WrongCommandsTellWhy)
         {"sing", "unknown command sing"},
     };
     for (const auto &[line, reason] : cases)
-        EXPECT_EQ(run(line), peer_control_refusal(reason)) << line;
+        EXPECT_EQ(run(line), lab_answer_refusal(reason)) << line;
 }

@@ -1,4 +1,4 @@
-#include "lab/peers/peer_socket.h"
+#include "lab/control/lab_socket.h"
 
 #include <cerrno>
 #include <cstring>
@@ -17,22 +17,22 @@ static bool address_fill(const std::string &path, sockaddr_un *p_address)
     return true;
 }
 
-static int stream_socket()
+static int stream_socket(bool waits)
 {
-    return socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0);
+    return socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | (waits ? 0 : SOCK_NONBLOCK), 0);
 }
 
-static int refuse(const std::string &path, const char *reason, std::string *p_error)
+static bool refuse(const std::string &path, const char *reason, std::string *p_error)
 {
     *p_error = path + ": " + reason;
-    return -1;
+    return false;
 }
 
-int peer_socket_connect(const std::string &path)
+int lab_socket_connect(const std::string &path, bool waits)
 {
     sockaddr_un address;
     errno = ENAMETOOLONG;
-    int fd = address_fill(path, &address) ? stream_socket() : -1;
+    int fd = address_fill(path, &address) ? stream_socket(waits) : -1;
     const void *p_address = &address;
     if (fd < 0 || connect(fd, static_cast<const sockaddr *>(p_address), sizeof(address)) == 0)
         return fd;
@@ -45,34 +45,34 @@ int peer_socket_connect(const std::string &path)
 // Whether a process listens there. One that is too busy to be asked listens, too.
 static bool is_served(const std::string &path)
 {
-    int fd = peer_socket_connect(path);
+    int fd = lab_socket_connect(path);
     if (fd < 0)
         return errno == EAGAIN;
     close(fd);
     return true;
 }
 
-// Removes a socket that nobody serves. 0, or -1 with the reason.
-static int path_clear(const std::string &path, std::string *p_error)
+bool lab_socket_clear(const std::string &path, std::string *p_error)
 {
+    sockaddr_un address;
     struct stat status;
+    if (!address_fill(path, &address))
+        return refuse(path, "the path is empty or too long for a socket", p_error);
     if (lstat(path.c_str(), &status) != 0)
-        return 0;
+        return true;
     if (!S_ISSOCK(status.st_mode))
         return refuse(path, "there is something else than a socket", p_error);
     if (is_served(path))
         return refuse(path, "another process serves this socket", p_error);
-    return unlink(path.c_str()) == 0 ? 0 : refuse(path, strerror(errno), p_error);
+    return unlink(path.c_str()) == 0 || refuse(path, strerror(errno), p_error);
 }
 
-int peer_socket_bind(const std::string &path, mode_t mode, std::string *p_error)
+int lab_socket_bind(const std::string &path, mode_t mode, std::string *p_error)
 {
     sockaddr_un address;
-    if (!address_fill(path, &address))
-        return refuse(path, "the path is empty or too long for a socket", p_error);
-    if (path_clear(path, p_error) != 0)
+    if (!lab_socket_clear(path, p_error) || !address_fill(path, &address))
         return -1;
-    int fd = stream_socket();
+    int fd = stream_socket(false);
     const void *p_address = &address;
     mode_t mask = umask(~mode & 0777);
     int result = bind(fd, static_cast<const sockaddr *>(p_address), sizeof(address));
@@ -81,5 +81,6 @@ int peer_socket_bind(const std::string &path, mode_t mode, std::string *p_error)
     if (result == 0)
         return fd;
     close(fd);
-    return refuse(path, strerror(reason), p_error);
+    refuse(path, strerror(reason), p_error);
+    return -1;
 }
