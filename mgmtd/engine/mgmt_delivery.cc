@@ -45,15 +45,15 @@ static void level_send(t_mgmt_engine *p_engine, const std::shared_ptr<t_mgmt_del
                   [&](const auto &entry) { return !p_engine->subscribers.contains(entry.first); });
     delivery->open = subscribers.size();
     for (auto &[connection, ids] : subscribers) {
-        std::string daemon = p_engine->subscribers.at(connection).daemon;
         t_mgmt_batch batch = {.type = delivery->type,
                               .flags = delivery->flags,
-                              .ids = ids,
+                              .ids = std::move(ids),
                               .diff = delivery->diff,
                               .ended = nullptr};
-        batch.ended = [p_engine, delivery, connection, daemon](e_mgmt_outcome outcome,
-                                                               const t_mgmt_error &error) {
-            batch_ended(p_engine, delivery, connection, daemon, outcome, error);
+        batch.ended = [p_engine, delivery, id = connection,
+                       daemon = p_engine->subscribers.at(connection).daemon](e_mgmt_outcome outcome,
+                                                                             const t_mgmt_error &error) {
+            batch_ended(p_engine, delivery, id, daemon, outcome, error);
         };
         mgmt_batch_queue(p_engine, connection, std::move(batch));
     }

@@ -179,15 +179,6 @@ static bool connection_announce(t_ipc_connection *p_connection)
     }
 }
 
-// Lets the last answer go out before the connection ends.
-static void end_after_answer(t_ipc_connection *p_connection)
-{
-    bufferevent_flush(p_connection->p_stream, EV_WRITE, BEV_FLUSH);
-    int fd = bufferevent_getfd(p_connection->p_stream);
-    evbuffer_write(bufferevent_get_output(p_connection->p_stream), fd);
-    free_soon(p_connection);
-}
-
 static bool proof_take(t_ipc_connection *p_connection, const t_ipc_frame &frame)
 {
     t_ipc_proof proof;
@@ -206,7 +197,7 @@ static bool proof_take(t_ipc_connection *p_connection, const t_ipc_frame &frame)
         ipc_refuse_with(p_connection, frame, refusal,
                         refusal == CONFD_ERR_BADSTATE ? "there is no such control connection"
                                                       : "access denied");
-        end_after_answer(p_connection);
+        p_connection->state = IPC_STATE_LEAVING;
         return true;
     }
     mgmt_timer_cancel(mgmt_engine_timers(p_connection->p_server->p_engine), &p_connection->handshake);
@@ -293,7 +284,7 @@ static bool frame_take(t_ipc_connection *p_connection, const t_ipc_frame &frame)
 
 static void frames_serve(t_ipc_connection *p_connection)
 {
-    while (p_connection->state != IPC_STATE_ENDING && !p_connection->is_paused) {
+    while (p_connection->state <= IPC_STATE_OPEN && !p_connection->is_paused) {
         t_ipc_frame frame;
         e_ipc_frame result = p_connection->assembler.next(&frame);
         if (result == IPC_FRAME_MORE)
@@ -308,7 +299,7 @@ static void bytes_came(bufferevent *p_stream, void *p_ctx)
     t_ipc_connection *p_connection = static_cast<t_ipc_connection *>(p_ctx);
     evbuffer *p_input = bufferevent_get_input(p_stream);
     std::vector<uint8_t> chunk(read_chunk);
-    while (p_connection->state != IPC_STATE_ENDING && !p_connection->is_paused) {
+    while (p_connection->state <= IPC_STATE_OPEN && !p_connection->is_paused) {
         int size = evbuffer_remove(p_input, chunk.data(), chunk.size());
         if (size <= 0)
             return;
@@ -320,12 +311,14 @@ static void bytes_came(bufferevent *p_stream, void *p_ctx)
 static void bytes_went(bufferevent *p_stream, void *p_ctx)
 {
     t_ipc_connection *p_connection = static_cast<t_ipc_connection *>(p_ctx);
-    if (!p_connection->is_paused || p_connection->state == IPC_STATE_ENDING)
+    if (p_connection->state == IPC_STATE_LEAVING)
+        free_soon(p_connection);
+    if (!p_connection->is_paused || p_connection->state > IPC_STATE_OPEN)
         return;
     p_connection->is_paused = false;
     frames_serve(p_connection);
     bytes_came(p_stream, p_ctx);
-    if (!p_connection->is_paused && p_connection->state != IPC_STATE_ENDING)
+    if (!p_connection->is_paused && p_connection->state <= IPC_STATE_OPEN)
         bufferevent_enable(p_stream, EV_READ);
 }
 

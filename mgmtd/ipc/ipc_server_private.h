@@ -12,7 +12,13 @@
 struct bufferevent;
 struct evconnlistener;
 
-enum e_ipc_state { IPC_STATE_HELLO, IPC_STATE_PROOF, IPC_STATE_OPEN, IPC_STATE_ENDING };
+enum e_ipc_state {
+    IPC_STATE_HELLO,
+    IPC_STATE_PROOF,
+    IPC_STATE_OPEN,
+    IPC_STATE_LEAVING,  // ends when its last answer has gone out
+    IPC_STATE_ENDING,
+};
 
 // A session of a data connection.
 struct t_ipc_session {

@@ -58,10 +58,12 @@ static void engine_start(TestWorld *p_world)
     p_world->session = mgmt_session_open(p_world->engine.get(), {.name = "admin", .context = "cli"});
 }
 
-TestWorld::TestWorld() : p_base(event_base_new())
+TestWorld::TestWorld(const std::string &given_folder)
+    : folder(given_folder), keeps_folder(!given_folder.empty()), p_base(event_base_new())
 {
     char path[] = "/tmp/mgmtd-test-XXXXXX";
-    folder = mkdtemp(path);
+    if (!keeps_folder)
+        folder = mkdtemp(path);
     signal(SIGPIPE, SIG_IGN);
     engine_start(this);
 }
@@ -71,7 +73,8 @@ TestWorld::~TestWorld()
     server.reset();
     engine.reset();
     event_base_free(p_base);
-    std::filesystem::remove_all(folder);
+    if (!keeps_folder)
+        std::filesystem::remove_all(folder);
 }
 
 void TestWorld::restart()

@@ -19,7 +19,8 @@ inline constexpr const char *TEST_SECRET = "a secret of tests";
 struct TestLink;
 
 struct TestWorld {
-    TestWorld();
+    // A folder that is given is used, and stays.
+    explicit TestWorld(const std::string &given_folder = "");
     ~TestWorld();
     TestWorld(const TestWorld &) = delete;
     TestWorld &operator=(const TestWorld &) = delete;
@@ -40,6 +41,7 @@ struct TestWorld {
     std::string running() const;  // as JSON
 
     std::string folder;
+    bool keeps_folder = false;
     event_base *p_base;
     int64_t now_ms = 1000000;
     mgmt_engine_ptr engine;

@@ -100,7 +100,7 @@ TEST(MgmtDelivery, ACommitGoesOnWithoutASubscriberThatDiesOrHangs)
             bad.on_batch = [&](const TestBatch &) { bad.hold = bad.batches.size() == level; };
             ASSERT_EQ(world.edit(fill).code, MGMT_OK);
             world.commit_start();
-            ASSERT_TRUE(world.until([&] { return bad.is_open() && bad.batches.size() == level; }));
+            ASSERT_TRUE(world.until([&] { return bad.is_open() && good.batches.size() == level; }));
             world.settle();
             EXPECT_EQ(good.batches.size(), level) << "the next level waits for all";
             EXPECT_FALSE(world.committed.has_value());
@@ -113,7 +113,7 @@ TEST(MgmtDelivery, ACommitGoesOnWithoutASubscriberThatDiesOrHangs)
             EXPECT_EQ(world.committed->error.code, MGMT_OK);
             EXPECT_EQ(world.committed->warnings.size(), fault == IS_LATE ? 0u : 1u);
             EXPECT_EQ(good.batches.size(), 6u);
-            EXPECT_EQ(fault == HANGS, bad.link.is_closed);
+            EXPECT_TRUE(fault != HANGS || world.until([&] { return bad.link.is_closed; }));
             ASSERT_EQ(world.edit(R"([{"op":"delete","path":"/policy/zone{z}"}])").code, MGMT_OK);
             EXPECT_EQ(world.commit().error.code, MGMT_OK);
         }

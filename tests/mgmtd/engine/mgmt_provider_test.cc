@@ -41,6 +41,16 @@ static void serve_pair(TestDaemon *p_daemon, const t_ipc_frame &frame, uint32_t 
                            .path = "/lumora-policy:policy/zone-pair{" + name + "}/pair-id",
                            .value = IpcValue(number(pair_id))};
     EXPECT_EQ(maapi.request(IPC_OP_MAAPI_SET_ELEM, ipc_encode(set)).status, 0);
+    // What the edit has made so far can be read.
+    t_ipc_maapi_path path = {.thandle = call.thandle, .path = set.path};
+    auto value = maapi.read<t_ipc_value_reply>(maapi.request(IPC_OP_MAAPI_GET_ELEM, ipc_encode(path)));
+    EXPECT_TRUE(value.value == set.value);
+    t_ipc_maapi_next next = {.thandle = call.thandle, .path = "/policy/zone", .keys = {}};
+    auto keys = maapi.read<t_ipc_keys>(maapi.request(IPC_OP_MAAPI_NEXT_KEY, ipc_encode(next)));
+    EXPECT_TRUE(keys.keys == std::vector<IpcValue>{IpcValue::text("a")});
+    next.keys = keys.keys;
+    keys = maapi.read<t_ipc_keys>(maapi.request(IPC_OP_MAAPI_NEXT_KEY, ipc_encode(next)));
+    EXPECT_TRUE(keys.keys.empty());
     EXPECT_EQ(maapi.request(IPC_OP_MAAPI_DETACH, ipc_encode(t_ipc_thandle{call.thandle})).status, 0);
     EXPECT_NE(maapi.request(IPC_OP_MAAPI_SET_ELEM, ipc_encode(set)).status, 0) << "detached";
     p_daemon->answer(frame, {});
@@ -63,9 +73,41 @@ TEST(MgmtHook, TheDaemonNumbersAPairUnlessTheEditDoes)
     EXPECT_EQ(result.error.code, MGMT_OK) << mgmt_error_text(result.error);
     EXPECT_NE(world.running().find("\"pair-id\":41"), std::string::npos) << world.running();
     EXPECT_NE(world.running().find("\"pair-id\":9"), std::string::npos);
-    world.settle();
     EXPECT_EQ(daemon.inits, 2u);
-    EXPECT_EQ(daemon.finishes, 2u) << "each transaction is finished";
+    EXPECT_TRUE(world.until([&] { return daemon.finishes == 2; })) << "each transaction is finished";
+}
+
+// The hook of a subtree is called for entries and empty leaves in it; it sets texts.
+TEST(MgmtHook, ASequenceGetsItsCounter)
+{
+    TestWorld world;
+    TestDaemon daemon(&world, "d");
+    daemon.add(IPC_OP_REG_DATA, "zone-policy-seq-cp", IPC_CALL_CREATE);
+    daemon.ready();
+    std::vector<uint32_t> called;
+    daemon.serve = [&](const t_ipc_frame &frame) {
+        auto call = daemon.worker.read<t_ipc_dp_object>(frame);
+        const std::vector<std::vector<IpcValue>> &steps = call.keypath.steps;
+        called.push_back((steps[0][0].v.type == C_XMLTAG ? steps[0] : steps[1])[0].v.val.xmltag.tag);
+        if (called.back() == LUMORA_TAG_SEQUENCE) {
+            t_ipc_attach attach = {.ns = 0, .usid = 0, .thandle = call.thandle};
+            t_ipc_maapi_set_text set = {
+                .thandle = call.thandle,
+                .path = "/lumora-policy:policy/zone-based-policy{p}/sequence{10}/action/count",
+                .text = "p_10"};
+            EXPECT_EQ(daemon.maapi.request(IPC_OP_MAAPI_ATTACH, ipc_encode(attach)).status, 0);
+            EXPECT_EQ(daemon.maapi.request(IPC_OP_MAAPI_SET_ELEM2, ipc_encode(set)).status, 0);
+        }
+        daemon.answer(frame, {});
+    };
+    t_mgmt_error error = world.edit(R"([{"op":"merge","path":"/policy/zone-based-policy{p}/sequence{10}",
+        "value":{"action":{"base-action":"accept","log":[null]}}},
+        {"op":"merge","path":"/policy/zone-based-policy{p}/default-action","value":"drop"}])");
+    EXPECT_EQ(error.code, MGMT_OK) << mgmt_error_text(error);
+    EXPECT_EQ(called, (std::vector<uint32_t>{LUMORA_TAG_SEQUENCE, LUMORA_TAG_LOG}));
+    t_mgmt_commit_result result = world.commit();
+    EXPECT_EQ(result.error.code, MGMT_OK) << mgmt_error_text(result.error);
+    EXPECT_NE(world.running().find("\"count\":\"p_10\""), std::string::npos) << world.running();
 }
 
 TEST(MgmtHook, AnEditIsRefusedWithTheCallpointsName)
@@ -406,10 +448,12 @@ TEST(MgmtAction, ParametersResultsAndFailures)
     std::string chunk(1u << 20, 'x');
     for (size_t i = 0; i < (MGMT_ACTION_MAX_OUTPUT >> 20) + 3; i++)
         print(&daemon.maapi, usid, chunk);
+    // The end of the stream is known by an answer behind it.
+    EXPECT_EQ(daemon.maapi.request(IPC_OP_MAAPI_INSTALL_CRYPTO_KEYS, {}).status, 0);
+    EXPECT_EQ(called.output.size(), MGMT_ACTION_MAX_OUTPUT + strlen("\noutput truncated\n"));
     world.advance(MGMT_PROVIDER_TIMEOUT_MS - 1);
     EXPECT_FALSE(called.result.has_value());
-    EXPECT_EQ(called.output.size(), MGMT_ACTION_MAX_OUTPUT + strlen("\noutput truncated\n"));
     world.advance(1);
-    ASSERT_TRUE(called.result.has_value());
+    ASSERT_TRUE(world.until([&] { return called.result.has_value(); }));
     EXPECT_EQ(called.result->error.code, MGMT_ERR_EXTERNAL);
 }

@@ -3,7 +3,10 @@
 #include "tests/mgmtd/test_daemon.h"
 
 #include "generated/lumora_schema.h"
+#include "mgmtd/store/mgmt_crash.h"
 
+#include <csignal>
+#include <filesystem>
 #include <gtest/gtest.h>
 
 // Runs a request that ends with a t_mgmt_error.
@@ -96,6 +99,36 @@ TEST(MgmtSession, ASessionThatLeavesHoldsNothingUp)
     EXPECT_EQ(subscriber.batches.size(), 2u);
 }
 
+#ifdef MGMT_CRASH_POINTS
+
+// Killed anywhere between the file's name and the operator's answer, the new configuration is the one that
+// comes back.
+TEST(MgmtCrash, WhatWasAnsweredIsNeverLost)
+{
+    for (const char *point : {"file-renamed", "swapped", "told", "answered"}) {
+        SCOPED_TRACE(point);
+        char folder[] = "/tmp/mgmtd-crash-XXXXXX";
+        ASSERT_NE(mkdtemp(folder), nullptr);
+        auto commit_and_die = [&] {
+            TestWorld world(folder);
+            TestSubscriber subscriber(&world, "d");
+            subscriber.add("policy/zone", 1);
+            subscriber.done();
+            world.edit(R"([{"op":"merge","path":"/policy/zone{a}"}])");
+            g_mgmt_crash_point = point;
+            world.commit();
+        };
+        EXPECT_EXIT(commit_and_die(), testing::KilledBySignal(SIGKILL), "");
+        TestWorld world(folder);
+        EXPECT_NE(world.running().find("\"a\""), std::string::npos);
+        EXPECT_EQ(world.edit(R"([{"op":"merge","path":"/policy/zone{b}"}])").code, MGMT_OK);
+        EXPECT_EQ(world.commit().error.code, MGMT_OK);
+        std::filesystem::remove_all(folder);
+    }
+}
+
+#endif
+
 // ---- Notifications ----
 
 static t_ipc_notification association(int32_t sender, const std::string &policy)
@@ -137,14 +170,14 @@ TEST(MgmtNotif, AreLoggedReplayedAndTold)
     auto send = [&](uint16_t op, std::vector<uint8_t> body) {
         daemon.worker.send(
             {.op = op, .kind = IPC_KIND_ONEWAY, .id = 0, .status = 0, .body = std::move(body)});
-        world.settle();
     };
+    auto stored_count = [&] { return mgmt_notifications(*world.engine).size(); };
     send(IPC_OP_NOTIF_SEND, ipc_encode(association(sender, "old")));
     send(IPC_OP_NOTIF_SEND, ipc_encode(association(sender + 100, "no sender")));
     t_ipc_notification unknown = association(sender, "unknown");
     unknown.values[0].tag.tag = 1;
     send(IPC_OP_NOTIF_SEND, ipc_encode(unknown));
-    ASSERT_EQ(mgmt_notifications(*world.engine).size(), 1u);
+    ASSERT_TRUE(world.until([&] { return stored_count() == 1; }));
     const t_mgmt_notification &stored = mgmt_notifications(*world.engine)[0];
     EXPECT_EQ(stored.time, "2024-01-15T10:00:00.000005Z");
     EXPECT_NE(stored.json.find(R"("lumora-policy:data-policy-association-status":{)"), std::string::npos);
@@ -158,21 +191,22 @@ TEST(MgmtNotif, AreLoggedReplayedAndTold)
         told.push_back(end == MGMT_NOTIF_REPLAYED ? "replayed" : "end");
     };
     mgmt_notif_subscribe(world.engine.get(), world.session, request);
-    world.settle();
+    ASSERT_TRUE(world.until([&] { return told.size() == 2; }));
     send(IPC_OP_NOTIF_SEND, ipc_encode(association(sender, "new")));
-    ASSERT_EQ(told.size(), 3u);
+    ASSERT_TRUE(world.until([&] { return told.size() == 3; }));
     EXPECT_EQ(told[1], "replayed");
     EXPECT_NE(told[2].find("new"), std::string::npos);
 
     t_ipc_snmp_notification trap = {
         .sender_id = snmp, .notify_name = "group", .notification = "lumoraPolicyX", .varbinds = {}};
     send(IPC_OP_NOTIF_SEND_SNMP, ipc_encode(trap));
-    ASSERT_EQ(world.traps.size(), 1u);
+    ASSERT_TRUE(world.until([&] { return world.traps.size() == 1; }));
     EXPECT_EQ(world.traps[0].second, "lumoraPolicyX");
 
     std::string json = mgmt_notifications(*world.engine)[0].json;
     mgmt_session_close(world.engine.get(), world.session);
     send(IPC_OP_NOTIF_SEND, ipc_encode(association(sender, "unheard")));
+    ASSERT_TRUE(world.until([&] { return stored_count() == 3; }));
     EXPECT_EQ(told.size(), 3u);
     daemon.control.close();
     world.restart();

@@ -157,7 +157,7 @@ TEST(IpcServer, PhasesAndEvents)
     ASSERT_EQ(world.commit().error.code, MGMT_OK);
     world.advance(1000);
     world.advance(1000);
-    ASSERT_EQ(came.size(), 3u);
+    ASSERT_TRUE(world.until([&] { return came.size() == 3; }));
     EXPECT_EQ(came[0].type, CONFD_NOTIF_COMMIT_SIMPLE);
     EXPECT_EQ(came[0].text, "admin");
     EXPECT_EQ(came[2].type, CONFD_NOTIF_HEARTBEAT);
