@@ -3,6 +3,7 @@
 #include "common/priority_timers.h"
 #include "tarnd/compiler/tarn_context.h"
 
+#include <algorithm>
 #include <bit>
 
 t_rule_bits rule_bits_create(uint32_t num_rules)
@@ -20,16 +21,23 @@ uint32_t rule_bits_lowest(const t_rule_bits &bits)
 
 static constexpr size_t smallest_index = 64;
 
+// An index of half a million classes takes long enough to make and to move for the timers to need a turn.
+static constexpr size_t slots_between_looks = 8192;
+
 static void index_init(t_class_index *p_index, size_t size)
 {
-    p_index->slots.assign(size, {EMPTY_FINGERPRINT, EC_NO_CLASS});
+    p_index->slots.clear();
+    p_index->slots.reserve(size);
+    for (size_t made = 0; made < size;) {
+        made = std::min(made + slots_between_looks, size);
+        p_index->slots.resize(made, {EMPTY_FINGERPRINT, EC_NO_CLASS});
+        tarn_exec_priority_timers();
+    }
     p_index->used = 0;
 }
 
-// Half a million classes take long enough to move for the timers to need a turn.
 static void index_grow(t_class_index *p_index)
 {
-    static constexpr size_t slots_between_looks = 8192;
     t_class_index bigger;
     index_init(&bigger, p_index->slots.size() * 2);
     for (size_t i = 0; i < p_index->slots.size(); i++) {
@@ -90,11 +98,12 @@ void ec_classes_close_list(t_ec_classes *p_classes, const t_fingerprint &fingerp
 }
 
 // Takes the rules of `common` out of all lists, in place.
-static void strip_common(t_ec_classes *p_classes)
+static void strip_common(t_tarn_context *p_context, t_ec_classes *p_classes)
 {
     size_t to = 0;
     size_t from = 0;
     for (uint32_t c = 0; c < ec_classes_count(p_classes); c++) {
+        tarn_context_work(p_context, (p_classes->list_start[c + 1] - from) / 8 + 1);
         for (; from < p_classes->list_start[c + 1]; from++) {
             uint32_t rule = p_classes->lists[from];
             if (!p_classes->common.has(rule))
@@ -108,9 +117,13 @@ static void strip_common(t_ec_classes *p_classes)
 
 void ec_classes_factor_common(t_tarn_context *p_context, t_ec_classes *p_classes)
 {
+    static constexpr size_t rules_between_looks = 65536;
     std::vector<uint32_t> uses(p_context->c_num_rules);
-    for (uint32_t rule : p_classes->lists)
-        uses[rule]++;
+    for (size_t i = 0; i < p_classes->lists.size(); i++) {
+        uses[p_classes->lists[i]]++;
+        if (i % rules_between_looks == rules_between_looks - 1)
+            tarn_context_work(p_context, rules_between_looks / 8);
+    }
     uint32_t filled = ec_classes_count(p_classes) - (p_classes->empty_class != EC_NO_CLASS ? 1 : 0);
     bool found = false;
     for (uint32_t rule = 0; rule < p_context->c_num_rules && filled > 0; rule++) {
@@ -120,8 +133,8 @@ void ec_classes_factor_common(t_tarn_context *p_context, t_ec_classes *p_classes
         }
     }
     if (found)
-        strip_common(p_classes);
-    tarn_context_work(p_context, p_classes->lists.size() / 8 + p_context->c_num_rules / 8);
+        strip_common(p_context, p_classes);
+    tarn_context_work(p_context, p_context->c_num_rules / 8);
     p_classes->p_index = nullptr;
 }
 
