@@ -1,6 +1,7 @@
 #include "tarnd/filter/tarn_if_octeon.h"
 
 #include "common/lum_assert.h"
+#include "common/priority_timers.h"
 #include "common/timer.h"
 #include "fp_api/fp_cores.h"
 #include "fp_api/fp_scaling.h"
@@ -10,6 +11,7 @@
 #include "tarnd/compiler/tarn_program.h"
 #include "tarnd/filter/tarn_if_octeon_private.h"
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -168,11 +170,22 @@ void tarn_oct_filter_mem_free(void *ptr)
     timer_reset(delete_timer, delete_delay_ms);
 }
 
+// Piece by piece: a program may be as large as filter memory, and the urgent timers must not wait for it.
+static void clear_blocks(void *p_first, size_t size)
+{
+    static constexpr size_t bytes_between_looks = size_t{1} << 20;
+    auto *p_bytes = static_cast<unsigned char *>(p_first);
+    for (size_t done = 0; done < size; done += bytes_between_looks) {
+        memset(p_bytes + done, 0, std::min(bytes_between_looks, size - done));
+        tarn_exec_priority_timers();
+    }
+}
+
 // Gives a program's blocks and slot back; the number of blocks.
 static uint32_t release_run(t_tarn_mem_node *p_node)
 {
     uint32_t blocks = p_node->num_hw_blocks;
-    memset(p_node->ptr, 0, size_t{blocks} * sizeof(t_tarn_filter_mem_block));
+    clear_blocks(p_node->ptr, size_t{blocks} * sizeof(t_tarn_filter_mem_block));
     DLL_REMOVE(&delete_list, &p_node->dlnode);
     memset(&g_fp_filter[p_node->filter_id], 0, sizeof(t_tarn_filter));
     memset(p_node, 0, sizeof(*p_node));
