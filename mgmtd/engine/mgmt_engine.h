@@ -25,6 +25,7 @@
 
 #include <deque>
 #include <functional>
+#include <optional>
 
 struct event_base;
 struct t_mgmt_engine;
@@ -124,14 +125,44 @@ struct t_mgmt_commit_result {
     std::vector<std::string> warnings;  // subscribers that were lost on the way, as lines
 };
 
+// A confirmed commit (RFC 6241, 8.4) is running at once, and undone when it is not confirmed in time: by
+// another commit, which may itself be a confirmed one and then begins the time anew. Without persist only the
+// session that gave it can confirm, and its end undoes it; with persist any session can that names it. The
+// engine's end undoes a pending one at the next start. Time is counted by the timers' clock, not by the
+// calendar's.
+struct t_mgmt_confirm {
+    int64_t timeout_ms = 600 * 1000;  // from 1,000 to MGMT_CONFIRM_MAX_MS
+    std::string persist;              // empty: bound to the session
+};
+
+inline constexpr int64_t MGMT_CONFIRM_MAX_MS = int64_t{7} * 24 * 3600 * 1000;
+
 struct t_mgmt_commit_request {
     std::string comment;
+    std::optional<t_mgmt_confirm> confirm = std::nullopt;  // set: to be confirmed
+    std::string persist_id;                                // of the pending one that this confirms or extends
     std::function<void(const std::string &line)> progress;  // may be null
     std::function<void(const t_mgmt_commit_result &)> done;
 };
 
 // Ends after the last subscriber's acknowledgement.
 void mgmt_commit(t_mgmt_engine *p_engine, uint32_t session, t_mgmt_commit_request request);
+
+// Undoes the pending confirmed commit at once: running becomes as before it, and is told. Ends after the last
+// subscriber's acknowledgement. MGMT_ERR_NOEXISTS when none is pending, MGMT_ERR_ACCESS_DENIED when the
+// pending one is another's (persist_id does not fit, or another session has given it).
+void mgmt_cancel_commit(t_mgmt_engine *p_engine, uint32_t session, const std::string &persist_id,
+                        f_mgmt_done done);
+
+struct t_mgmt_pending_confirm {
+    uint64_t number;       // of the commit
+    std::string user;      // who gave it
+    uint32_t session;      // 0 when it is not bound to one
+    int64_t remaining_ms;  // until it is undone
+};
+
+// The confirmed commit that waits for its confirmation.
+std::optional<t_mgmt_pending_confirm> mgmt_pending_confirm(const t_mgmt_engine &engine);
 
 // Newest first.
 const std::vector<t_mgmt_commit_info> &mgmt_commits(const t_mgmt_engine &engine);
