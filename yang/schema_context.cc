@@ -3,7 +3,8 @@
 #include <libyang/libyang.h>
 
 static constexpr const char *module_names[] = {
-    "lumora-types", "lumora-policy", "lumora-vpn", "lumora-system", "lumora-snmp", "lumora-debugs",
+    "lumora-types", "lumora-policy", "lumora-vpn",    "lumora-system",
+    "lumora-snmp",  "lumora-debugs", "lumora-access",
 };
 
 const std::span<const char *const> g_schema_module_names = module_names;

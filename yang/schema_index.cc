@@ -266,6 +266,30 @@ static bool imports_annotations(const lys_module *p_module)
     return false;
 }
 
+static void claim_module(t_builder *p_builder, const lys_module *p_module, uint32_t hash)
+{
+    std::string name = p_module->name;
+    claim_hash(p_builder, name, name, hash);
+    p_builder->ns.emplace(p_module, hash);
+    p_builder->p_index->modules.push_back({name, p_module->prefix, hash});
+    add_typedefs(p_builder, p_module->parsed->typedefs, hash, false);
+    for (size_t i = 0; i < LY_ARRAY_COUNT(p_module->parsed->includes); i++) {
+        const lysp_submodule *p_submodule = p_module->parsed->includes[i].submodule;
+        add_typedefs(p_builder, p_submodule->typedefs, hash, is_catalogue(p_submodule));
+    }
+}
+
+// A module of others that an annotated one has made part of the model.
+static void add_adapted(t_builder *p_builder, const lys_module *p_by, std::string_view adapted)
+{
+    std::string name(adapted);
+    const lys_module *p_module = ly_ctx_get_module_implemented(p_by->ctx, name.c_str());
+    if (p_module == nullptr)
+        complain(p_builder, p_by->name, "the module " + name + ", which it adapts, is not implemented");
+    else
+        claim_module(p_builder, p_module, schema_derived_hash(name));
+}
+
 static void add_module(t_builder *p_builder, const lys_module *p_module)
 {
     std::string name = p_module->name;
@@ -275,15 +299,10 @@ static void add_module(t_builder *p_builder, const lys_module *p_module)
             complain(p_builder, name, "the module has no namespace hash");
         return;
     }
-    uint32_t hash = text == "derived" ? schema_derived_hash(name) : parse_hash(text);
-    claim_hash(p_builder, name, name, hash);
-    p_builder->ns.emplace(p_module, hash);
-    p_builder->p_index->modules.push_back({name, p_module->prefix, hash});
-    add_typedefs(p_builder, p_module->parsed->typedefs, hash, false);
-    for (size_t i = 0; i < LY_ARRAY_COUNT(p_module->parsed->includes); i++) {
-        const lysp_submodule *p_submodule = p_module->parsed->includes[i].submodule;
-        add_typedefs(p_builder, p_submodule->typedefs, hash, is_catalogue(p_submodule));
-    }
+    claim_module(p_builder, p_module, text == "derived" ? schema_derived_hash(name) : parse_hash(text));
+    std::string_view adapted = schema_annotation(p_module->compiled->exts, "adapts");
+    if (!adapted.empty())
+        add_adapted(p_builder, p_module, adapted);
 }
 
 static void add_tops(t_builder *p_builder, const lys_module *p_module)

@@ -3,7 +3,8 @@
 // The daemons know a node by its tag, a 31-bit hash of the node's name alone, and a module by its namespace
 // hash. Both stand in the model (extensions of lumora-annotations) or are derived from the name. libyang
 // keeps the modules; the index adds tags, value types and annotations and finds a node by any of them. Only
-// modules that carry tarn:namespace are indexed; the IETF modules of the NETCONF server are not.
+// modules that carry tarn:namespace, or that such a module adapts, are indexed; the other IETF modules of the
+// NETCONF server are not.
 //
 // Nodes are data nodes, rpcs, actions, their parameters, and notifications. Choices and cases are no nodes:
 // their children belong to the node around the choice. One name has one tag and one tag one name, over all

@@ -9,7 +9,7 @@
 
 struct t_mgmt_login {
     std::string name;
-    std::string password_hash;  // empty: no login by password
+    std::string password_hash;                              // empty: no login by password
     std::vector<std::pair<std::string, std::string>> keys;  // type ("ssh-ed25519"), base64 of the key
 };
 
