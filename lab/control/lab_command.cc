@@ -1,8 +1,8 @@
 #include "lab/control/lab_command.h"
 
+#include "common/unix_socket.h"
 #include "lab/control/lab_answer.h"
 #include "lab/control/lab_program.h"
-#include "lab/control/lab_socket.h"
 
 #include <cerrno>
 #include <cstdio>
@@ -75,7 +75,7 @@ int lab_command_exchange(const t_lab_command &command, const std::string &reques
 {
     if (request.find('\n') != std::string::npos)
         return fail(command, "a request is one line", LAB_STATUS_USAGE);
-    int fd = lab_socket_connect(command.socket, true);
+    int fd = unix_socket_connect(command.socket, true);
     if (fd < 0)
         return fail(command, command.socket + ": " + strerror(errno), LAB_STATUS_NO_ANSWER);
     std::string answer = line_send(fd, request + '\n') ? line_receive(fd) : "";

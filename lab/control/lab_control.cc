@@ -1,7 +1,7 @@
 #include "lab/control/lab_control.h"
 
+#include "common/unix_socket.h"
 #include "lab/control/lab_program.h"
-#include "lab/control/lab_socket.h"
 
 #include <algorithm>
 #include <event2/buffer.h>
@@ -195,7 +195,7 @@ static void on_accept(evconnlistener *, evutil_socket_t fd, sockaddr *, int, voi
 lab_control_ptr lab_control_open_lines(event_base *p_base, const std::string &path, t_lab_line_server server,
                                        std::string *p_error)
 {
-    int fd = lab_socket_bind(path, only_owner, p_error);
+    int fd = unix_socket_bind(path, only_owner, p_error);
     if (fd < 0)
         return nullptr;
     lab_control_ptr control(new t_lab_control{.p_base = p_base,

@@ -1,5 +1,5 @@
+#include "common/unix_socket.h"
 #include "lab/control/lab_program.h"
-#include "lab/control/lab_socket.h"
 #include "lab/peers/peer_link.h"
 #include "lab/peers/peer_stream.h"
 
@@ -52,7 +52,7 @@ static constexpr t_peer_stream_ops stream_ops = {.frame = on_frame, .ended = on_
 static void on_retry(evutil_socket_t, short, void *p_arg)
 {
     t_peer_client *p_client = static_cast<t_peer_client *>(p_arg);
-    int fd = lab_socket_connect(p_client->place.path);
+    int fd = unix_socket_connect(p_client->place.path);
     if (fd >= 0)
         p_client->stream = peer_stream_open(p_client->p_base, fd, &stream_ops, p_client);
     if (p_client->stream == nullptr) {

@@ -1,4 +1,4 @@
-#include "lab/control/lab_socket.h"
+#include "common/unix_socket.h"
 #include "lab/peers/peer_link.h"
 #include "lab/peers/peer_stream.h"
 
@@ -117,7 +117,7 @@ static void on_accept(evconnlistener *, evutil_socket_t fd, sockaddr *, int, voi
 peer_server_ptr peer_server_open(event_base *p_base, const std::string &path, uint8_t module,
                                  const t_peer_server_ops *p_ops, void *p_user, std::string *p_error)
 {
-    int fd = lab_socket_bind(path, everybody, p_error);
+    int fd = unix_socket_bind(path, everybody, p_error);
     if (fd < 0)
         return nullptr;
     peer_server_ptr server(new t_peer_server{.p_base = p_base,

@@ -1,6 +1,6 @@
 #include "tests/lab/control/control_loop.h"
 
-#include "lab/control/lab_socket.h"
+#include "common/unix_socket.h"
 
 #include <algorithm>
 #include <csignal>
@@ -27,7 +27,7 @@ ControlLoop::~ControlLoop()
 
 int ControlLoop::connect_client()
 {
-    int fd = lab_socket_connect(path);
+    int fd = unix_socket_connect(path);
     EXPECT_GE(fd, 0);
     clients.push_back(fd);
     return fd;

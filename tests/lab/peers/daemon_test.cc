@@ -48,7 +48,8 @@ protected:
                           .command = {"tarnd", "-f"},
                           .has_hello = true,
                           .stop_signal = SIGUSR2,
-                          .output = ""};
+                          .output = "",
+                          .restart_with = {"mgmtd"}};
     t_daemon daemon = daemon_make(spec, {.p_ops = &system_ops, .p_user = &system});
     uint64_t now = 10'000;
 
@@ -154,6 +155,23 @@ TEST_F(Daemon, ALivingProcessIsTakenOver)
     EXPECT_EQ(system.take(), t_lines{"signal 9 to 77"}) << "its hellos must come back";
 }
 
+TEST_F(Daemon, ItBeginsAnewWithTheOneThatItFollows)
+{
+    std::string ask = "signal " + std::to_string(SIGUSR2) + " to 10";
+    daemon_other_ended(&daemon, "mgmtd", now);
+    EXPECT_EQ(daemon.is_wanted, false);
+    bring_up();
+    daemon_other_ended(&daemon, "ttmd", now);
+    EXPECT_EQ(system.take(), t_lines{});
+    daemon_other_ended(&daemon, "mgmtd", now);
+    daemon_other_ended(&daemon, "mgmtd", now);
+    daemon_ended(&daemon, "ended", now);
+    step_to(now + 1000);
+    EXPECT_EQ(system.take(), (t_lines{ask + "0", "pid file 0", "start"}));
+    daemon_other_ended(&daemon, "mgmtd", now);
+    EXPECT_EQ(system.take(), t_lines{ask + "1"}) << "also before its first hello";
+}
+
 TEST_F(Daemon, OneWithoutHellosIsUpWhenItHasLivedForASecond)
 {
     daemon.spec.has_hello = false;
@@ -171,15 +189,18 @@ TEST(DaemonConfig, SpecsAndFaults)
     ASSERT_TRUE(daemon_config_parse(
         R"({"daemons": [{"name": "tarnd", "module": "tarnd", "command": ["tarnd", "-f"]},
             {"name": "x", "module": 2, "command": ["x"], "hello": false,
-             "stop_signal": "TERM", "output": "/o"}]})",
+             "stop_signal": "TERM", "output": "/o"},
+            {"name": "y", "command": ["y"], "hello": false, "restart_with": ["x", "tarnd"]},
+            {"name": "z", "command": ["z"], "hello": false}]})",
         &specs, &error))
         << error;
-    ASSERT_EQ(specs.size(), 2u);
+    ASSERT_EQ(specs.size(), 4u);
     EXPECT_EQ(specs[0].module, 9u);
     EXPECT_EQ(specs[0].stop_signal, SIGUSR2);
     EXPECT_TRUE(specs[0].has_hello);
     EXPECT_EQ(specs[1].stop_signal, SIGTERM);
     EXPECT_EQ(specs[1].output, "/o");
+    EXPECT_EQ(specs[2].restart_with, (t_lines{"x", "tarnd"}));
     static constexpr const char *faults[][2] = {
         {R"({"demons": []})", "the configuration has the unknown member demons"},
         {R"({"daemons": [{"name": "a/b", "module": 2, "command": ["x"]}]})",
@@ -191,6 +212,9 @@ TEST(DaemonConfig, SpecsAndFaults)
         {R"({"daemons": [{"name": "a", "module": 2, "command": ["x"]},
             {"name": "b", "module": 2, "command": ["x"]}]})",
          "b: its name or module is another's, too"},
+        {R"({"daemons": [{"name": "a", "command": ["x"]}]})", "a: \"module\" or \"command\" is missing"},
+        {R"({"daemons": [{"name": "a", "module": 2, "command": ["x"], "restart_with": ["a"]}]})",
+         "a: \"restart_with\" names a, which is no other daemon"},
     };
     for (const auto &[text, reason] : faults) {
         EXPECT_FALSE(daemon_config_parse(text, &specs, &error));

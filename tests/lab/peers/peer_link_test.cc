@@ -1,4 +1,4 @@
-#include "lab/control/lab_socket.h"
+#include "common/unix_socket.h"
 #include "lab/peers/peer_stream.h"
 #include "tests/lab/peers/peer_fixture.h"
 
@@ -125,7 +125,7 @@ TEST_F(PeerLink, MessagesGoBothWaysAndALossIsMended)
 TEST_F(PeerLink, FramesMayComeInAnyPieces)
 {
     serve();
-    int fd = lab_socket_connect(path("s"));
+    int fd = unix_socket_connect(path("s"));
     t_bytes stream = peer_frame_encode({.type = PEER_FRAME_REGISTER, .source = 2, .target = 9, .body = {}});
     for (const char *text : {"one", "two"}) {
         t_bytes body = bytes_of(text);
@@ -156,7 +156,7 @@ TEST_F(PeerLink, WhatIsNoSessionIsToldAndClosed)
     };
     size_t told = 0;
     for (const t_bytes &bytes : cases) {
-        int fd = lab_socket_connect(path("s"));
+        int fd = unix_socket_connect(path("s"));
         write_raw(fd, bytes);
         shutdown(fd, SHUT_WR);
         told++;
@@ -194,7 +194,7 @@ TEST_F(PeerLink, AServedPathIsNotTakenAndALeftOneIs)
     serve();
     EXPECT_EQ(peer_server_open(base.get(), path("s"), 9, &server_ops, &server_record, &error), nullptr);
     EXPECT_EQ(error, path("s") + ": another process serves this socket");
-    close(lab_socket_bind(path("left"), 0777, &error));
+    close(unix_socket_bind(path("left"), 0777, &error));
     EXPECT_NE(peer_server_open(base.get(), path("left"), 9, &server_ops, &server_record, &error), nullptr);
     EXPECT_EQ(peer_server_open(base.get(), folder, 9, &server_ops, &server_record, &error), nullptr);
     EXPECT_EQ(error, folder + ": there is something else than a socket");

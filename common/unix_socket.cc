@@ -1,4 +1,4 @@
-#include "lab/control/lab_socket.h"
+#include "common/unix_socket.h"
 
 #include <cerrno>
 #include <cstring>
@@ -28,7 +28,7 @@ static bool refuse(const std::string &path, const char *reason, std::string *p_e
     return false;
 }
 
-int lab_socket_connect(const std::string &path, bool waits)
+int unix_socket_connect(const std::string &path, bool waits)
 {
     sockaddr_un address;
     errno = ENAMETOOLONG;
@@ -45,14 +45,14 @@ int lab_socket_connect(const std::string &path, bool waits)
 // Whether a process listens there. One that is too busy to be asked listens, too.
 static bool is_served(const std::string &path)
 {
-    int fd = lab_socket_connect(path);
+    int fd = unix_socket_connect(path);
     if (fd < 0)
         return errno == EAGAIN;
     close(fd);
     return true;
 }
 
-bool lab_socket_clear(const std::string &path, std::string *p_error)
+bool unix_socket_clear(const std::string &path, std::string *p_error)
 {
     sockaddr_un address;
     struct stat status;
@@ -67,10 +67,10 @@ bool lab_socket_clear(const std::string &path, std::string *p_error)
     return unlink(path.c_str()) == 0 || refuse(path, strerror(errno), p_error);
 }
 
-int lab_socket_bind(const std::string &path, mode_t mode, std::string *p_error)
+int unix_socket_bind(const std::string &path, mode_t mode, std::string *p_error)
 {
     sockaddr_un address;
-    if (!lab_socket_clear(path, p_error) || !address_fill(path, &address))
+    if (!unix_socket_clear(path, p_error) || !address_fill(path, &address))
         return -1;
     int fd = stream_socket(false);
     const void *p_address = &address;
