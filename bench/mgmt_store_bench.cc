@@ -1,13 +1,15 @@
-// What the datastores cost with a data policy of many sequences (10,000 unless the argument says otherwise),
-// each with four matches and three actions: the load of all at once, a commit of one leaf from the edit to
-// the file on disk (with the steps that it consists of), a restart, and a row of a list shown. Times in
-// milliseconds. The files go to the folder of temporary files, so the disk's time is in the commits.
+// What the datastores alone cost with a data policy of many sequences (10,000 unless the argument says
+// otherwise): the load of all at once, a commit of one leaf from the edit to the file on disk, with the steps
+// that it consists of, and the content of a trigger. Times in milliseconds. The files go to the folder of
+// temporary files, so the disk's time is in the commits. mgmt_engine_bench is the same with the daemon
+// around.
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 
+#include "bench/mgmt_policy.h"
 #include "mgmtd/store/mgmt_txn.h"
 
 // The model and a store on disk in a folder of its own.
@@ -59,30 +61,6 @@ static const t_mgmt_txn_ops g_ops = {
         },
 };
 
-static std::string sequence_text(long number)
-{
-    std::string id = std::to_string(number);
-    return R"({"number":)" + id + R"(,"match":{"protocol":[6,17],"source-ip":["10.)" +
-           std::to_string(number / 256) + "." + std::to_string(number % 256) +
-           R"(.0/24"],"destination-port":[")" + id + R"("],"source-data-prefix-list":"list-)" +
-           std::to_string(number % 100) + R"("},"action":{"base-action":"accept","count":"counter-)" + id +
-           R"(","set":{"dscp":10}}})";
-}
-
-static std::string policy_text(long sequences)
-{
-    std::string lists, rows;
-    for (int i = 0; i < 100; i++)
-        lists += (i > 0 ? "," : "") + (R"({"name":"list-)" + std::to_string(i)) +
-                 R"(","ip-prefix":[{"prefix":"10.0.0.0/8"}]})";
-    for (long i = 1; i <= sequences; i++)
-        rows += (i > 1 ? "," : "") + sequence_text(i);
-    return R"([{"path":"/policy-from-keelson","value":{"lists":{"vpn-list":[{"name":"v","vpn":[{"range":"1"}]}],)"
-           R"("data-prefix-list":[)" +
-           lists + R"(]},"data-policy":[{"name":"p","vpn-list":[{"name":"v","sequence":[)" + rows +
-           "]}]}]}}]";
-}
-
 static void commit(t_bench *p_bench, const std::string &edits_text)
 {
     std::vector<t_mgmt_edit> edits;
@@ -96,7 +74,7 @@ static void commit(t_bench *p_bench, const std::string &edits_text)
 
 static void full_load(benchmark::State &state)
 {
-    std::string text = policy_text(state.range(0));
+    std::string text = bench_policy(state.range(0));
     for (auto _ : state) {
         t_bench bench;
         commit(&bench, text);
@@ -107,15 +85,10 @@ BENCHMARK(full_load)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iter
 static void one_leaf_commit(benchmark::State &state)
 {
     t_bench bench;
-    commit(&bench, policy_text(state.range(0)));
+    commit(&bench, bench_policy(state.range(0)));
     int dscp = 0;
-    for (auto _ : state) {
-        dscp = (dscp + 1) % 64;
-        commit(
-            &bench,
-            R"([{"path":"/policy-from-keelson/data-policy{p}/vpn-list{v}/sequence{500}/action/set/dscp","value":)" +
-                std::to_string(dscp) + "}]");
-    }
+    for (auto _ : state)
+        commit(&bench, bench_leaf(++dscp));
 }
 BENCHMARK(one_leaf_commit)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(20);
 
@@ -123,7 +96,7 @@ BENCHMARK(one_leaf_commit)->Arg(1000)->Arg(10000)->Unit(benchmark::kMillisecond)
 static void list_commit(benchmark::State &state)
 {
     t_bench bench;
-    commit(&bench, policy_text(state.range(0)));
+    commit(&bench, bench_policy(state.range(0)));
     int number = 0;
     for (auto _ : state)
         commit(&bench, R"([{"path":"/policy-from-keelson/lists/data-prefix-list{more-)" +
@@ -134,7 +107,7 @@ BENCHMARK(list_commit)->Arg(10000)->Unit(benchmark::kMillisecond)->Iterations(10
 static void step_copy(benchmark::State &state)
 {
     t_bench bench;
-    commit(&bench, policy_text(state.range(0)));
+    commit(&bench, bench_policy(state.range(0)));
     for (auto _ : state)
         benchmark::DoNotOptimize(mgmt_tree_copy(*bench.store.running));
 }
@@ -143,7 +116,7 @@ BENCHMARK(step_copy)->Arg(10000)->Unit(benchmark::kMillisecond);
 static void step_diff(benchmark::State &state)
 {
     t_bench bench;
-    commit(&bench, policy_text(state.range(0)));
+    commit(&bench, bench_policy(state.range(0)));
     mgmt_tree_ptr copy = mgmt_tree_copy(*bench.store.running);
     for (auto _ : state)
         benchmark::DoNotOptimize(mgmt_diff_new(bench.store.running, copy).tops.size());
@@ -153,7 +126,7 @@ BENCHMARK(step_diff)->Arg(10000)->Unit(benchmark::kMillisecond);
 static void step_print(benchmark::State &state)
 {
     t_bench bench;
-    commit(&bench, policy_text(state.range(0)));
+    commit(&bench, bench_policy(state.range(0)));
     for (auto _ : state) {
         std::string text;
         mgmt_tree_print(*bench.store.running, nullptr, 0, &text);
@@ -162,39 +135,11 @@ static void step_print(benchmark::State &state)
 }
 BENCHMARK(step_print)->Arg(10000)->Unit(benchmark::kMillisecond);
 
-static void restart(benchmark::State &state)
-{
-    t_bench bench;
-    commit(&bench, policy_text(state.range(0)));
-    for (auto _ : state) {
-        if (!bench.open())
-            abort();
-    }
-}
-BENCHMARK(restart)->Arg(10000)->Unit(benchmark::kMillisecond);
-
-static void show_row(benchmark::State &state)
-{
-    t_bench bench;
-    commit(&bench, policy_text(state.range(0)));
-    for (auto _ : state) {
-        t_mgmt_path path;
-        t_mgmt_error error;
-        std::string text;
-        if (!mgmt_path_read(*bench.index, nullptr,
-                            "/policy-from-keelson/data-policy{p}/vpn-list{v}/sequence{777}", &path, &error))
-            abort();
-        mgmt_tree_print(*bench.store.running, mgmt_path_node(*bench.store.running, path, &error), 2, &text);
-        benchmark::DoNotOptimize(text.size());
-    }
-}
-BENCHMARK(show_row)->Arg(10000)->Unit(benchmark::kMillisecond);
-
 // All sequences as creations: what a trigger delivers.
 static void trigger_content(benchmark::State &state)
 {
     t_bench bench;
-    commit(&bench, policy_text(state.range(0)));
+    commit(&bench, bench_policy(state.range(0)));
     const t_schema_node *p_path =
         schema_find(*bench.index, "/policy-from-keelson/data-policy/vpn-list/sequence");
     for (auto _ : state) {

@@ -260,6 +260,7 @@ void mgmt_session_close(t_mgmt_engine *p_engine, uint32_t session)
         p_engine->running_holder = 0;
     if (p_engine->candidate_holder == session)
         candidate_release(p_engine);
+    mgmt_confirm_session_closed(p_engine, session);
     mgmt_notif_session_closed(p_engine, session);
 }
 
@@ -289,6 +290,10 @@ bool mgmt_lock(t_mgmt_engine *p_engine, uint32_t session, e_mgmt_datastore datas
     if (*p_holder != 0)
         return mgmt_fail(p_error, MGMT_ERR_LOCKED, "",
                          "session " + std::to_string(*p_holder) + " holds the lock");
+    if (datastore == MGMT_DS_RUNNING && p_engine->unconfirmed && p_engine->unconfirmed->session != session)
+        return mgmt_fail(p_error, MGMT_ERR_LOCKED, "",
+                         "session " + std::to_string(p_engine->unconfirmed->session) +
+                             " has a commit that waits for its confirmation");
     if (datastore == MGMT_DS_CANDIDATE && p_engine->writer_at_work)
         return mgmt_fail(p_error, MGMT_ERR_LOCKED, "", "an edit is under way");
     if (datastore == MGMT_DS_CANDIDATE && candidate_is_edited(*p_engine))

@@ -126,21 +126,27 @@ struct t_mgmt_commit_result {
 };
 
 // A confirmed commit (RFC 6241, 8.4) is running at once, and undone when it is not confirmed in time: by
-// another commit, which may itself be a confirmed one and then begins the time anew. Without persist only the
-// session that gave it can confirm, and its end undoes it; with persist any session can that names it. The
-// engine's end undoes a pending one at the next start. Time is counted by the timers' clock, not by the
-// calendar's.
+// another commit, which may itself be a confirmed one and then begins the time anew (with its own timeout and
+// persist; what comes back stays what was running before the first). Without persist only the session that
+// gave the last one can confirm, and its end undoes it; with persist any session can that names it. Other
+// commits are refused meanwhile, and locks of running given to the last one's session only. The engine's end
+// undoes a pending one at the next start. Time is counted by the timers' clock, not by the calendar's.
+//
+// What is undone is undone as a commit of the user "system" (of a cancel: of its user), whose comment tells
+// why; subscribers are told, but not asked. The candidate stays as it is: when it was as running, it keeps
+// the configuration that was undone. A confirmed commit without changes, where none is pending, is none.
 struct t_mgmt_confirm {
-    int64_t timeout_ms = 600 * 1000;  // from 1,000 to MGMT_CONFIRM_MAX_MS
+    int64_t timeout_ms = 600 * 1000;  // from MGMT_CONFIRM_MIN_MS to MGMT_CONFIRM_MAX_MS
     std::string persist;              // empty: bound to the session
 };
 
+inline constexpr int64_t MGMT_CONFIRM_MIN_MS = 1000;
 inline constexpr int64_t MGMT_CONFIRM_MAX_MS = int64_t{7} * 24 * 3600 * 1000;
 
 struct t_mgmt_commit_request {
     std::string comment;
     std::optional<t_mgmt_confirm> confirm = std::nullopt;  // set: to be confirmed
-    std::string persist_id;                                // of the pending one that this confirms or extends
+    std::string persist_id = {};                           // of the pending one that this confirms or extends
     std::function<void(const std::string &line)> progress;  // may be null
     std::function<void(const t_mgmt_commit_result &)> done;
 };
@@ -149,8 +155,9 @@ struct t_mgmt_commit_request {
 void mgmt_commit(t_mgmt_engine *p_engine, uint32_t session, t_mgmt_commit_request request);
 
 // Undoes the pending confirmed commit at once: running becomes as before it, and is told. Ends after the last
-// subscriber's acknowledgement. MGMT_ERR_NOEXISTS when none is pending, MGMT_ERR_ACCESS_DENIED when the
-// pending one is another's (persist_id does not fit, or another session has given it).
+// subscriber's acknowledgement. MGMT_ERR_LOCKED when another session has running locked. MGMT_ERR_NOEXISTS
+// when none is pending, MGMT_ERR_ACCESS_DENIED when the pending one is another's (persist_id does not fit, or
+// another session has given it).
 void mgmt_cancel_commit(t_mgmt_engine *p_engine, uint32_t session, const std::string &persist_id,
                         f_mgmt_done done);
 

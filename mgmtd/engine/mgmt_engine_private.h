@@ -147,6 +147,18 @@ struct t_mgmt_commit {
     std::set<uint32_t> prepared;              // connections that have agreed
 };
 
+// A confirmed commit that waits for its confirmation. Where the chain of such commits began is in the files.
+struct t_mgmt_unconfirmed {
+    uint64_t turn;         // another one with each commit that begins the time anew
+    uint64_t number;       // of the last commit of the chain
+    t_mgmt_user user;      // who gave that
+    uint32_t session;      // which gave it
+    std::string persist;   // empty: bound to the session
+    mgmt_tree_ptr before;  // running before the first commit of the chain
+    t_mgmt_timer timer;
+    int64_t due_ms;
+};
+
 // ---- Actions, notifications ----
 
 struct t_mgmt_running_action {
@@ -195,6 +207,8 @@ struct t_mgmt_engine {
     bool writer_at_work = false;
     std::deque<std::function<void()>> serial;  // the first is at work
     bool serial_at_work = false;
+    std::optional<t_mgmt_unconfirmed> unconfirmed;
+    uint64_t last_unconfirmed_turn = 0;
 
     // Daemons and their connections.
     const t_mgmt_link_ops *p_link = nullptr;
@@ -284,10 +298,26 @@ void mgmt_trans_ask(t_mgmt_engine *p_engine, const mgmt_trans_ptr &trans, uint32
                     std::vector<uint8_t> body, f_mgmt_reply done);
 void mgmt_trans_end(t_mgmt_engine *p_engine, const mgmt_trans_ptr &trans);
 
-// ---- Commit (mgmt_writer.cc, mgmt_hook.cc) ----
+// ---- Commit (mgmt_writer.cc, mgmt_confirm.cc, mgmt_trans.cc) ----
 
 void mgmt_writer_queue(t_mgmt_engine *p_engine, std::shared_ptr<t_mgmt_writer> writer);
 extern const t_mgmt_txn_ops g_mgmt_txn_ops;  // the context is the engine
+
+// Whether a lock of another session stands in the way of a change of running.
+bool mgmt_running_is_locked(const t_mgmt_engine &engine, uint32_t session, t_mgmt_error *p_error);
+
+// Tells the subscribers what has come into force, or those that have prepared that it has not; then ends the
+// commit with its answer.
+void mgmt_commit_tell(t_mgmt_engine *p_engine, const std::shared_ptr<t_mgmt_commit> &commit);
+
+// Whether the commit may be made although another one waits for its confirmation, and as what it is stored.
+bool mgmt_confirm_may(const t_mgmt_engine &engine, const t_mgmt_commit &commit, t_mgmt_error *p_error);
+std::optional<uint64_t> mgmt_confirm_fallback(const t_mgmt_engine &engine, const t_mgmt_commit &commit);
+
+// The commit is in force, or has changed nothing: it confirms, extends or begins. False: nothing is
+// confirmed.
+bool mgmt_confirm_settle(t_mgmt_engine *p_engine, const t_mgmt_commit &commit, t_mgmt_error *p_error);
+void mgmt_confirm_session_closed(t_mgmt_engine *p_engine, uint32_t session);
 
 e_mgmt_answer mgmt_hook_call(void *p_ctx, t_mgmt_txn *p_txn, const t_mgmt_hook_call &call,
                              t_mgmt_error *p_error);

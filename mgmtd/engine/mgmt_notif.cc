@@ -116,11 +116,16 @@ void mgmt_notif_load(t_mgmt_engine *p_engine)
         std::ifstream file(part, std::ios::binary);
         std::string line;
         p_engine->notif_file_size = 0;
+        bool is_cut = false;
         while (std::getline(file, line)) {
             p_engine->notif_file_size += line.size() + 1;
+            is_cut = file.eof();
             if (line.size() <= max_line_size)
                 line_load(p_engine, line);
         }
+        // The next line must not continue the one that was cut.
+        if (is_cut)
+            std::ofstream(part, std::ios::app | std::ios::binary) << '\n';
     }
 }
 

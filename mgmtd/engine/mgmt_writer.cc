@@ -9,13 +9,22 @@
 
 static void writer_end(t_mgmt_engine *p_engine, const t_mgmt_error &error);
 
+static bool is_locked_by(uint32_t holder, uint32_t session, t_mgmt_error *p_error)
+{
+    return holder != 0 && holder != session &&
+           !mgmt_fail(p_error, MGMT_ERR_LOCKED, "", "session " + std::to_string(holder) + " holds the lock");
+}
+
+bool mgmt_running_is_locked(const t_mgmt_engine &engine, uint32_t session, t_mgmt_error *p_error)
+{
+    return is_locked_by(engine.running_holder, session, p_error);
+}
+
 static bool is_locked(const t_mgmt_engine &engine, const t_mgmt_writer &writer, t_mgmt_error *p_error)
 {
-    for (uint32_t holder : {engine.candidate_holder, writer.commit != nullptr ? engine.running_holder : 0})
-        if (writer.changes && holder != 0 && holder != writer.session)
-            return !mgmt_fail(p_error, MGMT_ERR_LOCKED, "",
-                              "session " + std::to_string(holder) + " holds the lock");
-    return false;
+    return writer.changes &&
+           (is_locked_by(engine.candidate_holder, writer.session, p_error) ||
+            (writer.commit != nullptr && mgmt_running_is_locked(engine, writer.session, p_error)));
 }
 
 static void writer_next(t_mgmt_engine *p_engine)
@@ -202,8 +211,7 @@ static void commit_finish(t_mgmt_engine *p_engine, const std::shared_ptr<t_mgmt_
     mgmt_serial_end(p_engine);
 }
 
-// Tells the subscribers what has come into force, or those that have prepared that it has not.
-static void commit_tell(t_mgmt_engine *p_engine, const std::shared_ptr<t_mgmt_commit> &commit)
+void mgmt_commit_tell(t_mgmt_engine *p_engine, const std::shared_ptr<t_mgmt_commit> &commit)
 {
     bool failed = commit->result.error.code != MGMT_OK;
     if (commit->diff == nullptr || (failed && commit->prepared.empty())) {
@@ -232,17 +240,18 @@ static void commit_tell(t_mgmt_engine *p_engine, const std::shared_ptr<t_mgmt_co
 static void commit_written(t_mgmt_engine *p_engine, const std::shared_ptr<t_mgmt_commit> &commit,
                            const t_mgmt_error &error)
 {
-    commit->result.error = error;
-    if (error.code != MGMT_OK) {
+    t_mgmt_error &outcome = commit->result.error;
+    outcome = error;
+    if (outcome.code != MGMT_OK || !mgmt_confirm_settle(p_engine, *commit, &outcome)) {
         LUM_LOG(LUM_LOG_NOTICE, "Commit of %s refused: %s", commit->user.name.c_str(),
-                mgmt_error_text(error).c_str());
+                mgmt_error_text(outcome).c_str());
     } else if (commit->result.changed) {
         commit->result.number = p_engine->store.files.commits.front().number;
         LUM_LOG(LUM_LOG_NOTICE, "Commit %lu of %s is running", commit->result.number,
                 commit->user.name.c_str());
         commit_progress(p_engine, *commit, "stored and running");
     }
-    commit_tell(p_engine, commit);
+    mgmt_commit_tell(p_engine, commit);
 }
 
 static void commit_start(t_mgmt_engine *p_engine, const std::shared_ptr<t_mgmt_commit> &commit)
@@ -254,10 +263,15 @@ static void commit_start(t_mgmt_engine *p_engine, const std::shared_ptr<t_mgmt_c
     auto writer = std::make_shared<t_mgmt_writer>();
     writer->session = commit->session;
     writer->commit = commit;
-    writer->start = [p_engine, commit](t_mgmt_txn *p_txn, t_mgmt_error *) {
+    writer->start = [p_engine, commit](t_mgmt_txn *p_txn, t_mgmt_error *p_error) {
+        if (!mgmt_confirm_may(*p_engine, *commit, p_error))
+            return false;
         commit_progress(p_engine, *commit, "checking");
-        mgmt_txn_commit(
-            p_txn, {.number = 0, .user = commit->user.name, .time = "", .comment = commit->request.comment});
+        mgmt_txn_commit(p_txn, {.number = 0,
+                                .user = commit->user.name,
+                                .time = "",
+                                .comment = commit->request.comment,
+                                .fallback = mgmt_confirm_fallback(*p_engine, *commit)});
         return true;
     };
     writer->done = [p_engine, commit](const t_mgmt_error &error) { commit_written(p_engine, commit, error); };

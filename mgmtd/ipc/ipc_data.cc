@@ -83,54 +83,54 @@ bool ipc_value_at(const t_mgmt_tree &tree, const t_mgmt_path &path, IpcValue *p_
     return !is_empty || mgmt_fail(p_error, MGMT_ERR_NOEXISTS, mgmt_path_text(path), "there is no such value");
 }
 
-static bool get(t_ipc_connection *p_connection, const t_ipc_frame &frame)
+// What a request reads in an open session: fills the reply's body, or the error. False: it is an error.
+using f_read = bool (*)(t_ipc_session *p_session, const t_mgmt_path &path, std::vector<uint8_t> *p_body,
+                        t_mgmt_error *p_error);
+
+static bool read_at_path(t_ipc_connection *p_connection, const t_ipc_frame &frame, f_read read)
 {
     t_ipc_path request;
     t_mgmt_path path;
     t_mgmt_error error;
+    std::vector<uint8_t> body;
+    if (!ipc_decode(frame.body, &request))
+        return false;
+    if (!session_path(p_connection, frame, request.path, &path))
+        return true;
+    if (read(&*p_connection->session, path, &body, &error))
+        ipc_reply(p_connection, frame, std::move(body));
+    else
+        ipc_refuse(p_connection, frame, error);
+    return true;
+}
+
+static bool get_read(t_ipc_session *p_session, const t_mgmt_path &path, std::vector<uint8_t> *p_body,
+                     t_mgmt_error *p_error)
+{
     t_ipc_value_reply reply;
-    if (!ipc_decode(frame.body, &request))
+    if (!ipc_value_at(*p_session->tree, path, &reply.value, p_error))
         return false;
-    if (!session_path(p_connection, frame, request.path, &path))
-        return true;
-    if (ipc_value_at(*p_connection->session->tree, path, &reply.value, &error))
-        ipc_reply(p_connection, frame, ipc_encode(reply));
-    else
-        ipc_refuse(p_connection, frame, error);
+    *p_body = ipc_encode(reply);
     return true;
 }
 
-static bool exists(t_ipc_connection *p_connection, const t_ipc_frame &frame)
+static bool exists_read(t_ipc_session *p_session, const t_mgmt_path &path, std::vector<uint8_t> *p_body,
+                        t_mgmt_error *p_error)
 {
-    t_ipc_path request;
-    t_mgmt_path path;
-    t_mgmt_error error;
     t_mgmt_place place;
-    if (!ipc_decode(frame.body, &request))
+    if (!mgmt_path_find(*p_session->tree, path, &place, p_error))
         return false;
-    if (!session_path(p_connection, frame, request.path, &path))
-        return true;
-    if (mgmt_path_find(*p_connection->session->tree, path, &place, &error))
-        ipc_reply(p_connection, frame, ipc_encode(t_ipc_count{place.p_node != nullptr ? 1 : 0}));
-    else
-        ipc_refuse(p_connection, frame, error);
+    *p_body = ipc_encode(t_ipc_count{place.p_node != nullptr ? 1 : 0});
     return true;
 }
 
-static bool num_instances(t_ipc_connection *p_connection, const t_ipc_frame &frame)
+static bool num_instances_read(t_ipc_session *p_session, const t_mgmt_path &path,
+                               std::vector<uint8_t> *p_body, t_mgmt_error *p_error)
 {
-    t_ipc_path request;
-    t_mgmt_path path;
-    t_mgmt_error error;
-    if (!ipc_decode(frame.body, &request))
+    int64_t count = mgmt_path_count(*p_session->tree, path, p_error);
+    if (count < 0)
         return false;
-    if (!session_path(p_connection, frame, request.path, &path))
-        return true;
-    int64_t count = mgmt_path_count(*p_connection->session->tree, path, &error);
-    if (count >= 0)
-        ipc_reply(p_connection, frame, ipc_encode(t_ipc_count{static_cast<int32_t>(count)}));
-    else
-        ipc_refuse(p_connection, frame, error);
+    *p_body = ipc_encode(t_ipc_count{static_cast<int32_t>(count)});
     return true;
 }
 
@@ -151,19 +151,19 @@ static bool can_stand(const t_mgmt_tree &tree, const t_mgmt_path &path, t_mgmt_e
                      is_list ? "a list is no place to be" : "there is no such instance");
 }
 
-static bool cd(t_ipc_connection *p_connection, const t_ipc_frame &frame)
+static bool cd_read(t_ipc_session *p_session, const t_mgmt_path &path, std::vector<uint8_t> *,
+                    t_mgmt_error *p_error)
 {
-    t_ipc_path request;
-    t_mgmt_path path;
-    t_mgmt_error error;
-    if (!ipc_decode(frame.body, &request))
+    if (!can_stand(*p_session->tree, path, p_error))
         return false;
-    if (!session_path(p_connection, frame, request.path, &path))
-        return true;
-    if (can_stand(*p_connection->session->tree, path, &error))
-        p_connection->session->place = std::move(path);
-    ipc_finish(p_connection, frame, error);
+    p_session->place = path;
     return true;
+}
+
+template <f_read read>
+static bool serve_read(t_ipc_connection *p_connection, const t_ipc_frame &frame)
+{
+    return read_at_path(p_connection, frame, read);
 }
 
 static bool get_phase(t_ipc_connection *p_connection, const t_ipc_frame &frame)
@@ -224,10 +224,10 @@ static bool trigger(t_ipc_connection *p_connection, const t_ipc_frame &frame)
 static constexpr t_ipc_row rows[] = {
     {IPC_OP_CDB_START_SESSION, start_session},
     {IPC_OP_CDB_END_SESSION, end_session},
-    {IPC_OP_CDB_GET, get},
-    {IPC_OP_CDB_EXISTS, exists},
-    {IPC_OP_CDB_NUM_INSTANCES, num_instances},
-    {IPC_OP_CDB_CD, cd},
+    {IPC_OP_CDB_GET, serve_read<get_read>},
+    {IPC_OP_CDB_EXISTS, serve_read<exists_read>},
+    {IPC_OP_CDB_NUM_INSTANCES, serve_read<num_instances_read>},
+    {IPC_OP_CDB_CD, serve_read<cd_read>},
     {IPC_OP_CDB_SET_ELEM, set_elem},
     {IPC_OP_CDB_CREATE, create_or_delete},
     {IPC_OP_CDB_DELETE, create_or_delete},

@@ -22,9 +22,16 @@ static bool os_fail(const std::string &file, const char *p_what, t_mgmt_error *p
     return mgmt_fail(p_error, MGMT_ERR_OS, file, std::string(p_what) + ": " + strerror(errno));
 }
 
-static std::string file_of(const t_mgmt_files &files, uint64_t number)
+static constexpr std::string_view name_lead = "commit-";
+static constexpr std::string_view name_unconfirmed = ".unconfirmed-";
+static constexpr std::string_view name_end = ".json";
+
+static std::string file_of(const t_mgmt_files &files, const t_mgmt_commit_info &info)
 {
-    return files.folder + "/commit-" + std::to_string(number) + ".json";
+    std::string file = files.folder + "/" + std::string(name_lead) + std::to_string(info.number);
+    if (info.fallback)
+        file += std::string(name_unconfirmed) + std::to_string(*info.fallback);
+    return file + std::string(name_end);
 }
 
 std::string mgmt_time_text()
@@ -95,8 +102,10 @@ static bool file_publish(const t_mgmt_files &files, const std::string &temporary
 
 static void old_files_remove(t_mgmt_files *p_files)
 {
-    while (p_files->commits.size() > MGMT_FILES_ROLLBACKS + 1) {
-        unlink(file_of(*p_files, p_files->commits.back().number).c_str());
+    // What may have to come back stays, however many commits there are above it.
+    std::optional<uint64_t> kept = p_files->commits.front().fallback;
+    while (p_files->commits.size() > MGMT_FILES_ROLLBACKS + 1 && p_files->commits.back().number != kept) {
+        unlink(file_of(*p_files, p_files->commits.back()).c_str());
         p_files->commits.pop_back();
         MGMT_CRASH_POINT("old-file-removed");
     }
@@ -112,7 +121,7 @@ bool mgmt_files_write(t_mgmt_files *p_files, const t_mgmt_tree &tree, t_mgmt_com
     mgmt_file_head_write(info, &text);
     mgmt_tree_print(tree, nullptr, 0, &text);
     text += "}\n";
-    std::string file = file_of(*p_files, info.number);
+    std::string file = file_of(*p_files, info);
     std::string temporary = file + ".tmp";
     MGMT_CRASH_POINT("before-file");
     if (!file_write(temporary, text, p_error) || !file_publish(*p_files, temporary, file, p_error)) {
@@ -126,37 +135,102 @@ bool mgmt_files_write(t_mgmt_files *p_files, const t_mgmt_tree &tree, t_mgmt_com
     return true;
 }
 
+static void alarm_raise(t_mgmt_files *p_files, std::string line)
+{
+    LUM_LOG(LUM_LOG_ERROR, "%s", line.c_str());
+    p_files->alarms.push_back(std::move(line));
+}
+
+// ---- Unconfirmed commits ----
+
+bool mgmt_files_confirm(t_mgmt_files *p_files, t_mgmt_error *p_error)
+{
+    t_mgmt_commit_info &newest = p_files->commits.front();
+    t_mgmt_commit_info confirmed = newest;
+    confirmed.fallback.reset();
+    std::string from = file_of(*p_files, newest);
+    std::string to = file_of(*p_files, confirmed);
+    if (rename(from.c_str(), to.c_str()) != 0)
+        return os_fail(to, "can't rename", p_error);
+    MGMT_CRASH_POINT("file-confirmed");
+    if (!folder_sync(p_files->folder, p_error)) {
+        // As with a new file: what is not acknowledged must not be found later.
+        rename(to.c_str(), from.c_str());
+        return false;
+    }
+    newest.fallback.reset();
+    return true;
+}
+
+void mgmt_files_undo(t_mgmt_files *p_files, const t_mgmt_tree &tree, const std::string &user,
+                     const std::string &reason)
+{
+    std::vector<t_mgmt_commit_info> &commits = p_files->commits;
+    uint64_t fallback = commits.front().fallback.value_or(0);
+    std::string what = "commit " + std::to_string(commits.front().number) + " of " + commits.front().user;
+    std::string comment = what + " not confirmed, undone: " + reason;
+    LUM_LOG(LUM_LOG_NOTICE, "%s", comment.c_str());
+    t_mgmt_error error;
+    if (mgmt_files_write(p_files, tree, {0, user, mgmt_time_text(), comment}, &error))
+        return;
+    alarm_raise(p_files, "ALARM: " + what + " is undone, which can't be stored: " + mgmt_error_text(error) +
+                             "; its file is removed instead");
+    // This needs no room. A file that stays is undone by the next start.
+    while (!commits.empty() && commits.front().number > fallback) {
+        unlink(file_of(*p_files, commits.front()).c_str());
+        commits.erase(commits.begin());
+    }
+    static_cast<void>(folder_sync(p_files->folder, &error));
+}
+
 // ---- Opening ----
 
-// Numbers of the commits in the folder, highest first; leftovers of a crash are removed.
-static bool folder_scan(t_mgmt_files *p_files, std::vector<uint64_t> *p_numbers, t_mgmt_error *p_error)
+// Reads a number off the front.
+static bool number_read(std::string_view *p_text, uint64_t *p_number)
+{
+    auto [p_end, failure] = std::from_chars(p_text->data(), p_text->data() + p_text->size(), *p_number);
+    p_text->remove_prefix(static_cast<size_t>(p_end - p_text->data()));
+    return failure == std::errc() && *p_number < UINT64_MAX;
+}
+
+// What the name of a commit's file says; false for other files.
+static bool name_read(std::string_view name, t_mgmt_commit_info *p_info)
+{
+    uint64_t fallback = 0;
+    name.remove_prefix(name_lead.size());
+    if (!number_read(&name, &p_info->number))
+        return false;
+    if (name.starts_with(name_unconfirmed)) {
+        name.remove_prefix(name_unconfirmed.size());
+        if (!number_read(&name, &fallback) || fallback >= p_info->number)
+            return false;
+        p_info->fallback = fallback;
+    }
+    return name == name_end;
+}
+
+// The commits in the folder, newest first; leftovers of a crash are removed.
+static bool folder_scan(t_mgmt_files *p_files, std::vector<t_mgmt_commit_info> *p_found,
+                        t_mgmt_error *p_error)
 {
     DIR *p_folder = opendir(p_files->folder.c_str());
     if (p_folder == nullptr)
         return os_fail(p_files->folder, "can't open", p_error);
     while (const dirent *p_entry = readdir(p_folder)) {
         std::string_view name = p_entry->d_name;
-        static constexpr std::string_view lead = "commit-";
-        if (!name.starts_with(lead))
+        if (!name.starts_with(name_lead))
             continue;
         if (name.ends_with(".tmp"))
             unlink((p_files->folder + "/" + p_entry->d_name).c_str());
-        uint64_t number = 0;
-        auto [p_end, failure] = std::from_chars(name.data() + lead.size(), name.data() + name.size(), number);
-        if (failure == std::errc() && number < UINT64_MAX)
-            p_files->next_number = std::max(p_files->next_number, number + 1);
-        if (failure == std::errc() && std::string_view(p_end) == ".json")
-            p_numbers->push_back(number);
+        t_mgmt_commit_info info = {};
+        if (name_read(name, &info))
+            p_found->push_back(info);
+        p_files->next_number = std::max(p_files->next_number, info.number + 1);
     }
     closedir(p_folder);
-    std::sort(p_numbers->rbegin(), p_numbers->rend());
+    std::sort(p_found->begin(), p_found->end(),
+              [](const auto &left, const auto &right) { return left.number > right.number; });
     return true;
-}
-
-static void alarm_raise(t_mgmt_files *p_files, std::string line)
-{
-    LUM_LOG(LUM_LOG_ERROR, "%s", line.c_str());
-    p_files->alarms.push_back(std::move(line));
 }
 
 static void bad_file_put_aside(t_mgmt_files *p_files, const std::string &file, const t_mgmt_error &fault)
@@ -167,16 +241,17 @@ static void bad_file_put_aside(t_mgmt_files *p_files, const std::string &file, c
                              (moved ? "; kept as " + aside : "; it can't be renamed"));
 }
 
-// What a commit's file says of itself.
-static void info_add(t_mgmt_files *p_files, uint64_t number)
+// Adds a commit to the list, with what its file says of it.
+static void info_add(t_mgmt_files *p_files, const t_mgmt_commit_info &found)
 {
     std::string text;
     std::string_view config;
     t_mgmt_error ignored;
     t_mgmt_commit_info info;
-    if (mgmt_file_content(file_of(*p_files, number), MGMT_FILE_HEAD_SIZE, &text, &ignored))
+    if (mgmt_file_content(file_of(*p_files, found), MGMT_FILE_HEAD_SIZE, &text, &ignored))
         mgmt_file_head_read(text, &info, &config);
-    info.number = number;
+    info.number = found.number;
+    info.fallback = found.fallback;
     p_files->commits.push_back(std::move(info));
 }
 
@@ -184,22 +259,28 @@ bool mgmt_files_open(t_mgmt_files *p_files, mgmt_work_tree_ptr *p_tree, t_mgmt_e
 {
     if (mkdir(p_files->folder.c_str(), 0700) != 0 && errno != EEXIST)
         return os_fail(p_files->folder, "can't make the folder", p_error);
-    std::vector<uint64_t> numbers;
+    std::vector<t_mgmt_commit_info> found;
     p_files->next_number = 1;
     p_files->commits.clear();
-    if (!folder_scan(p_files, &numbers, p_error))
+    if (!folder_scan(p_files, &found, p_error))
         return false;
     mgmt_work_tree_ptr tree;
     t_mgmt_error fault;
-    for (uint64_t number : numbers) {
-        std::string file = file_of(*p_files, number);
-        if (tree == nullptr && !mgmt_file_check(p_files->p_schema, p_files->p_context, file, &tree, &fault)) {
+    uint64_t highest = UINT64_MAX;  // that may be running
+    for (const t_mgmt_commit_info &info : found) {
+        if (info.fallback && info.number <= highest)
+            highest = *info.fallback;
+        std::string file = file_of(*p_files, info);
+        bool is_wanted = tree == nullptr && info.number <= highest;
+        if (is_wanted && !mgmt_file_check(p_files->p_schema, p_files->p_context, file, &tree, &fault)) {
             bad_file_put_aside(p_files, file, fault);
             continue;
         }
-        info_add(p_files, number);
+        info_add(p_files, info);
     }
     *p_tree = tree != nullptr ? tree : mgmt_tree_new(p_files->p_schema, p_files->p_context);
+    if (!p_files->commits.empty() && p_files->commits.front().fallback)
+        mgmt_files_undo(p_files, **p_tree, "system", "restart");
     return true;
 }
 
@@ -211,6 +292,6 @@ bool mgmt_files_rollback(const t_mgmt_files &files, size_t back, mgmt_work_tree_
     if (back >= files.commits.size())
         return mgmt_fail(p_error, MGMT_ERR_NOEXISTS, "",
                          "there is no commit " + std::to_string(back) + " to go back to");
-    return mgmt_file_check(files.p_schema, files.p_context, file_of(files, files.commits[back].number),
-                           p_tree, p_error);
+    return mgmt_file_check(files.p_schema, files.p_context, file_of(files, files.commits[back]), p_tree,
+                           p_error);
 }

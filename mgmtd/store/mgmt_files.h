@@ -9,6 +9,11 @@
 // "commit-N.json.bad" and told in an alarm line with path and reason; when no good one is left, the
 // configuration is empty. Files that end in .tmp are leftovers of a crash and are removed.
 //
+// A commit that is to be confirmed is "commit-N.unconfirmed-B.json": B is the commit (0: the empty
+// configuration) that comes back if it is not. While the newest file has such a name, a start takes B and
+// stores it as a new commit. A confirmation renames the file to "commit-N.json", or is any newer commit;
+// further unconfirmed commits keep the first one's B.
+//
 // A file is one JSON object: {"commit": N, "user": "...", "time": "2024-01-15T10:00:00Z", "comment": "...",
 // "config": {...}}. Folder 0700, files 0600.
 #pragma once
@@ -16,6 +21,7 @@
 #include "mgmtd/store/mgmt_tree.h"
 
 #include <cstdint>
+#include <optional>
 
 inline constexpr size_t MGMT_FILES_ROLLBACKS = 50;
 inline constexpr size_t MGMT_FILES_MAX_SIZE = 1u << 30;  // bytes of a file that is read
@@ -26,6 +32,7 @@ struct t_mgmt_commit_info {
     std::string user;
     std::string time;  // UTC, "2024-01-15T10:00:00Z"
     std::string comment;
+    std::optional<uint64_t> fallback = std::nullopt;  // set: stored as unconfirmed, and this is its B
 };
 
 struct t_mgmt_files {
@@ -45,6 +52,14 @@ struct t_mgmt_files {
 // failure (full disk...) the files are as before.
 [[nodiscard]] bool mgmt_files_write(t_mgmt_files *p_files, const t_mgmt_tree &tree, t_mgmt_commit_info info,
                                     t_mgmt_error *p_error);
+
+// Confirms the newest commit, which is an unconfirmed one. On failure it is as before.
+[[nodiscard]] bool mgmt_files_confirm(t_mgmt_files *p_files, t_mgmt_error *p_error);
+
+// Stores the configuration that comes back in place of the newest commit, which is an unconfirmed one. Where
+// it can't be stored, the unconfirmed files are removed, and an alarm tells.
+void mgmt_files_undo(t_mgmt_files *p_files, const t_mgmt_tree &tree, const std::string &user,
+                     const std::string &reason);
 
 // Reads the configuration of a commit for rollback: 0 is running, 1 the one before...
 [[nodiscard]] bool mgmt_files_rollback(const t_mgmt_files &files, size_t back, mgmt_work_tree_ptr *p_tree,

@@ -1,5 +1,7 @@
 #include "mgmtd/store/mgmt_store.h"
 
+#include "mgmtd/store/mgmt_crash.h"
+#include "mgmtd/store/mgmt_report.h"
 #include "mgmtd/store/mgmt_tree_private.h"
 #include "mgmtd/store/mgmt_value.h"
 
@@ -52,6 +54,29 @@ const mgmt_tree_ptr &mgmt_store_candidate(const t_mgmt_store &store)
 const mgmt_tree_ptr &mgmt_store_pre_commit(const t_mgmt_store &store)
 {
     return store.pre_commit != nullptr ? store.pre_commit : store.running;
+}
+
+// ---- A new running ----
+
+void mgmt_store_swap(t_mgmt_store *p_store, mgmt_tree_ptr tree, const t_mgmt_diff &changes)
+{
+    p_store->pre_commit = std::move(p_store->running);
+    p_store->running = std::move(tree);
+    const t_schema_node *p_vpn = schema_find(*p_store->p_schema, "/vpn");
+    if (p_store->supply_vrf_ids && p_vpn != nullptr && mgmt_report_concerns(changes, p_vpn))
+        mgmt_supply_vrf_ids(p_store, *p_store->running);
+    MGMT_CRASH_POINT("swapped");
+}
+
+std::shared_ptr<const t_mgmt_diff> mgmt_store_undo(t_mgmt_store *p_store, mgmt_tree_ptr before,
+                                                   const std::string &user, const std::string &reason)
+{
+    if (p_store->candidate == nullptr)
+        p_store->candidate = p_store->running;
+    auto changes = std::make_shared<const t_mgmt_diff>(mgmt_diff_new(p_store->running, before));
+    mgmt_files_undo(&p_store->files, *before, user, reason);
+    mgmt_store_swap(p_store, std::move(before), *changes);
+    return changes;
 }
 
 // ---- vrf-id ----

@@ -35,6 +35,17 @@ struct t_mgmt_store {
 const mgmt_tree_ptr &mgmt_store_candidate(const t_mgmt_store &store);
 const mgmt_tree_ptr &mgmt_store_pre_commit(const t_mgmt_store &store);
 
+// ---- A new running ----
+
+// Puts a tree in running's place, which stays readable as pre_commit; changes is the difference of the two.
+void mgmt_store_swap(t_mgmt_store *p_store, mgmt_tree_ptr tree, const t_mgmt_diff &changes);
+
+// Takes back the newest commit, an unconfirmed one: running becomes what it was before. Nothing is checked,
+// since that was running, and nothing can refuse. The candidate stays as it is: where it was as running, it
+// keeps the configuration that is taken back. Gives the difference for subscribers.
+std::shared_ptr<const t_mgmt_diff> mgmt_store_undo(t_mgmt_store *p_store, mgmt_tree_ptr before,
+                                                   const std::string &user, const std::string &reason);
+
 // ---- The operational store ----
 //
 // Clients' writes. A value must fit the leaf's type (MGMT_ERR_BADTYPE). Only operational nodes are written,

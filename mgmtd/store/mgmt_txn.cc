@@ -1,7 +1,6 @@
 #include "mgmtd/store/mgmt_txn.h"
 
 #include "mgmtd/store/mgmt_checks.h"
-#include "mgmtd/store/mgmt_crash.h"
 #include "mgmtd/store/mgmt_tree_private.h"
 
 #include "common/lum_assert.h"
@@ -138,18 +137,11 @@ bool mgmt_txn_set(t_mgmt_txn *p_txn, const t_mgmt_path &path, const std::string 
 
 // ---- Commit: to disk and into force ----
 
-static void swap_trees(t_mgmt_txn *p_txn)
+// Edits of others that came to the candidate meanwhile stay there.
+static void candidate_release(t_mgmt_txn *p_txn)
 {
-    t_mgmt_store *p_store = p_txn->p_store;
-    p_store->pre_commit = std::move(p_store->running);
-    p_store->running = p_txn->validated;
-    // Edits of others that came to the candidate meanwhile stay there.
-    if (p_store->candidate == p_txn->validated)
-        p_store->candidate = nullptr;
-    const t_schema_node *p_vpn = schema_find(*p_store->p_schema, "/vpn");
-    if (p_store->supply_vrf_ids && p_vpn != nullptr && mgmt_report_concerns(*p_txn->diff, p_vpn))
-        mgmt_supply_vrf_ids(p_store, *p_store->running);
-    MGMT_CRASH_POINT("swapped");
+    if (p_txn->p_store->candidate == p_txn->validated)
+        p_txn->p_store->candidate = nullptr;
 }
 
 static void commit_persist(t_mgmt_txn *p_txn)
@@ -161,7 +153,8 @@ static void commit_persist(t_mgmt_txn *p_txn)
             p_txn->p_ops->abort(p_txn->p_ctx, p_txn, *p_txn->diff);
         return work_end(p_txn, MGMT_TXN_OPEN, error);
     }
-    swap_trees(p_txn);
+    candidate_release(p_txn);
+    mgmt_store_swap(p_txn->p_store, p_txn->validated, *p_txn->diff);
     p_txn->p_ops->swapped(p_txn->p_ctx, p_txn, p_txn->diff);
     work_end(p_txn, MGMT_TXN_DONE, {});
 }
@@ -169,8 +162,7 @@ static void commit_persist(t_mgmt_txn *p_txn)
 static void commit_prepare(t_mgmt_txn *p_txn)
 {
     if (p_txn->diff->tops.empty() && !p_txn->diff->order_changed) {
-        if (p_txn->p_store->candidate == p_txn->validated)
-            p_txn->p_store->candidate = nullptr;
+        candidate_release(p_txn);
         return work_end(p_txn, MGMT_TXN_DONE, {});
     }
     p_txn->state = MGMT_TXN_PREPARING;

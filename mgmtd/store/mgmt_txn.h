@@ -91,7 +91,8 @@ void mgmt_txn_discard(t_mgmt_txn *p_txn);
 // All that a commit checks, up to and with the validation points.
 void mgmt_txn_validate(t_mgmt_txn *p_txn);
 
-// info's time and number are filled in. Without a difference nothing is written and `swapped` does not come.
+// info's time and number are filled in; with a fallback it is stored as unconfirmed. Without a difference
+// nothing is written and `swapped` does not come.
 void mgmt_txn_commit(t_mgmt_txn *p_txn, t_mgmt_commit_info info);
 
 // ---- Answers ----

@@ -13,6 +13,8 @@
 
 // ---- The world ----
 
+bool (*TestWorld::load_more)(ly_ctx *, std::string *) = nullptr;
+
 struct t_test_model {
     schema_context_ptr context;
     std::unique_ptr<const t_schema_index> index;
@@ -27,6 +29,8 @@ static const t_test_model &model()
         t_test_model made;
         made.context = schema_context_new(TEST_YANG_FOLDER, &error);
         EXPECT_NE(made.context, nullptr) << error;
+        bool has_more = TestWorld::load_more == nullptr || TestWorld::load_more(made.context.get(), &error);
+        EXPECT_TRUE(has_more) << error;
         made.index = schema_index_new(made.context.get(), &errors);
         EXPECT_NE(made.index, nullptr);
         return made;
@@ -133,17 +137,20 @@ t_mgmt_error TestWorld::edit(const std::string &json, uint32_t by)
     return error;
 }
 
-void TestWorld::commit_start()
+void TestWorld::commit_start(std::optional<t_mgmt_confirm> confirm, uint32_t by,
+                             const std::string &persist_id)
 {
     committed.reset();
     t_mgmt_commit_request request;
+    request.confirm = std::move(confirm);
+    request.persist_id = persist_id;
     request.done = [this](const t_mgmt_commit_result &result) { committed = result; };
-    mgmt_commit(engine.get(), session, std::move(request));
+    mgmt_commit(engine.get(), by != 0 ? by : session, std::move(request));
 }
 
-t_mgmt_commit_result TestWorld::commit()
+t_mgmt_commit_result TestWorld::commit(std::optional<t_mgmt_confirm> confirm)
 {
-    commit_start();
+    commit_start(std::move(confirm));
     EXPECT_TRUE(until([&] { return committed.has_value(); }));
     return committed.value_or(t_mgmt_commit_result());
 }
@@ -339,7 +346,7 @@ TestDaemon::TestDaemon(TestWorld *p_world, const std::string &name)
         answer(frame, ipc_encode(t_ipc_worker{worker.id}));
     };
     worker.take = [this](const t_ipc_frame &frame) {
-        if (frame.op == IPC_OP_DP_TRANS_FINISH) {
+        if (frame.op == IPC_OP_DP_TRANS_FINISH || frame.op == IPC_OP_DP_VALIDATE_STOP) {
             finishes++;
             answer(frame, {});
             return;

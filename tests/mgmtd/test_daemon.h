@@ -19,6 +19,9 @@ inline constexpr const char *TEST_SECRET = "a secret of tests";
 struct TestLink;
 
 struct TestWorld {
+    // Loads further modules into the context before the model is indexed; null: none. Set before main.
+    static bool (*load_more)(ly_ctx *p_context, std::string *p_error);
+
     // A folder that is given is used, and stays.
     explicit TestWorld(const std::string &given_folder = "");
     ~TestWorld();
@@ -35,8 +38,10 @@ struct TestWorld {
 
     // An operator, waiting for the answers.
     t_mgmt_error edit(const std::string &json, uint32_t session = 0);
-    t_mgmt_commit_result commit();
-    void commit_start();  // without waiting: the result comes to `committed`
+    t_mgmt_commit_result commit(std::optional<t_mgmt_confirm> confirm = std::nullopt);
+    // Without waiting: the result comes to `committed`.
+    void commit_start(std::optional<t_mgmt_confirm> confirm = std::nullopt, uint32_t session = 0,
+                      const std::string &persist_id = "");
     t_mgmt_get_result get(const std::vector<std::string> &paths);
     std::string running() const;  // as JSON
 

@@ -5,6 +5,7 @@
 #include "generated/lumora_schema.h"
 
 #include <gtest/gtest.h>
+#include <libyang/libyang.h>
 
 // ---- Hooks ----
 
@@ -151,6 +152,97 @@ TEST(MgmtHook, AnEditIsRefusedWithTheCallpointsName)
         EXPECT_NE(error.reason.find("zone-pair-id-cp"), std::string::npos) << error.reason;
         EXPECT_EQ(mgmt_compare(world.engine.get()), "") << "nothing of a refused edit stays";
         EXPECT_EQ(world.edit(R"([{"op":"merge","path":"/policy/zone{b}"}])").code, MGMT_OK);
+    }
+}
+
+// A transaction that its daemon opens only when nobody waits for it any more is finished all the same.
+TEST(MgmtHook, AnInitThatIsAnsweredTooLateIsFinished)
+{
+    TestWorld world;
+    TestDaemon daemon(&world, "d");
+    daemon.add(IPC_OP_REG_DATA, "zone-pair-id-cp", IPC_CALL_CREATE);
+    daemon.ready();
+    std::optional<t_ipc_frame> init;
+    auto normal = std::exchange(daemon.control.take, [&](const t_ipc_frame &frame) { init = frame; });
+    daemon.serve = [&](const t_ipc_frame &frame) { serve_pair(&daemon, frame, 41); };
+    std::optional<t_mgmt_error> error;
+    std::vector<t_mgmt_edit> edits;
+    t_mgmt_error ignored;
+    ASSERT_TRUE(
+        mgmt_edit_read_json(mgmt_engine_schema(*world.engine), zone_pair_text("x"), &edits, &ignored));
+    mgmt_edit(world.engine.get(), world.session, edits, [&](const t_mgmt_error &result) { error = result; });
+    ASSERT_TRUE(world.until([&] { return init.has_value(); }));
+    std::vector<t_mgmt_daemon_info> daemons = mgmt_daemons(*world.engine);
+    ASSERT_EQ(daemons.size(), 1u);
+    EXPECT_TRUE(daemons[0].name == "d" && daemons[0].is_ready && daemons[0].is_asked && !daemons[0].is_told);
+    EXPECT_EQ(daemons[0].points, 1u);
+    world.advance(MGMT_PROVIDER_TIMEOUT_MS);
+    ASSERT_TRUE(world.until([&] { return error.has_value(); }));
+    EXPECT_EQ(error->code, MGMT_ERR_EXTERNAL);
+    daemon.control.take = normal;
+    normal(*init);
+    EXPECT_TRUE(world.until([&] { return daemon.finishes == 1; }));
+    EXPECT_TRUE(daemon.requests.empty()) << "its hook is not called any more";
+    EXPECT_EQ(world.edit(zone_pair_text("x")).code, MGMT_OK) << "the daemon is asked again";
+}
+
+// ---- Validation points ----
+
+// The product's model has none.
+static bool store_test_load(ly_ctx *p_context, std::string *p_error)
+{
+    ly_ctx_set_searchdir(p_context, STORE_TEST_FOLDER);
+    *p_error = "store-test.yang can't be loaded";
+    return ly_ctx_load_module(p_context, "store-test", nullptr, nullptr) != nullptr;
+}
+
+static const bool is_set = (TestWorld::load_more = store_test_load, true);
+
+TEST(MgmtValidation, ACommitIsAskedForAndReadByItsPoint)
+{
+    enum e_answer { NOT_THERE, ACCEPTS, REFUSES, SILENT, DIES };
+    for (e_answer answer : {NOT_THERE, ACCEPTS, REFUSES, SILENT, DIES}) {
+        SCOPED_TRACE(answer);
+        TestWorld world;
+        TestDaemon daemon(&world, "d");
+        if (answer != NOT_THERE) {
+            t_ipc_reg_calls calls = {IPC_CALL_INIT | IPC_CALL_FINISH};
+            EXPECT_EQ(daemon.control.request(IPC_OP_REG_VALIDATE, ipc_encode(calls)).status, 0);
+            daemon.add(IPC_OP_REG_VALPOINT, "watched-vp", IPC_CALL_VALIDATE);
+        }
+        daemon.ready();
+        daemon.serve = [&](const t_ipc_frame &frame) {
+            auto call = daemon.worker.read<t_ipc_dp_validate>(frame);
+            EXPECT_TRUE(call.value == IpcValue(number(5)));
+            t_ipc_attach attach = {.ns = 0, .usid = 0, .thandle = call.thandle};
+            EXPECT_EQ(daemon.maapi.request(IPC_OP_MAAPI_ATTACH, ipc_encode(attach)).status, 0);
+            t_ipc_maapi_path path = {.thandle = call.thandle, .path = "/store-test/watched"};
+            auto value = daemon.maapi.read<t_ipc_value_reply>(
+                daemon.maapi.request(IPC_OP_MAAPI_GET_ELEM, ipc_encode(path)));
+            EXPECT_TRUE(value.value == call.value) << "the new configuration is read";
+            if (answer == ACCEPTS)
+                daemon.answer(frame, {});
+            if (answer == REFUSES)
+                daemon.fail(frame, "not five");
+            if (answer == DIES)
+                daemon.worker.close();
+        };
+        ASSERT_EQ(world.edit(R"([{"op":"merge","path":"/store-test/watched","value":5}])").code, MGMT_OK);
+        world.commit_start();
+        if (answer == SILENT) {
+            ASSERT_TRUE(world.until([&] { return !daemon.requests.empty(); }));
+            world.advance(MGMT_PROVIDER_TIMEOUT_MS);
+        }
+        ASSERT_TRUE(world.until([&] { return world.committed.has_value(); }));
+        const t_mgmt_error &error = world.committed->error;
+        EXPECT_EQ(error.code, answer == ACCEPTS ? MGMT_OK : MGMT_ERR_EXTERNAL) << mgmt_error_text(error);
+        EXPECT_EQ(error.path, answer == ACCEPTS ? "" : "/store-test/watched");
+        EXPECT_EQ(error.reason.starts_with("watched-vp: "), answer != ACCEPTS) << error.reason;
+        EXPECT_EQ(world.running() == "{}", answer != ACCEPTS);
+        EXPECT_EQ(world.edit(R"([{"op":"merge","path":"/policy/zone{b}"}])").code, MGMT_OK);
+        // Nothing of what is watched is changed by the next one.
+        EXPECT_EQ(world.edit(R"([{"op":"remove","path":"/store-test/watched"}])").code, MGMT_OK);
+        EXPECT_EQ(world.commit().error.code, MGMT_OK);
     }
 }
 

@@ -7,6 +7,7 @@
 
 #include <csignal>
 #include <filesystem>
+#include <fstream>
 #include <gtest/gtest.h>
 
 // Runs a request that ends with a t_mgmt_error.
@@ -102,11 +103,16 @@ TEST(MgmtSession, ASessionThatLeavesHoldsNothingUp)
 #ifdef MGMT_CRASH_POINTS
 
 // Killed anywhere between the file's name and the operator's answer, the new configuration is the one that
-// comes back.
+// comes back; an unconfirmed one is not.
 TEST(MgmtCrash, WhatWasAnsweredIsNeverLost)
 {
-    for (const char *point : {"file-renamed", "swapped", "told", "answered"}) {
-        SCOPED_TRACE(point);
+    static const struct {
+        const char *point;
+        bool is_confirmed;
+    } cases[] = {{"file-renamed", true}, {"swapped", true}, {"told", true},
+                 {"answered", true},     {"told", false},   {"answered", false}};
+    for (const auto &one : cases) {
+        SCOPED_TRACE(one.point);
         char folder[] = "/tmp/mgmtd-crash-XXXXXX";
         ASSERT_NE(mkdtemp(folder), nullptr);
         auto commit_and_die = [&] {
@@ -115,12 +121,12 @@ TEST(MgmtCrash, WhatWasAnsweredIsNeverLost)
             subscriber.add("policy/zone", 1);
             subscriber.done();
             world.edit(R"([{"op":"merge","path":"/policy/zone{a}"}])");
-            g_mgmt_crash_point = point;
-            world.commit();
+            g_mgmt_crash_point = one.point;
+            world.commit(one.is_confirmed ? std::nullopt : std::optional<t_mgmt_confirm>(t_mgmt_confirm()));
         };
         EXPECT_EXIT(commit_and_die(), testing::KilledBySignal(SIGKILL), "");
         TestWorld world(folder);
-        EXPECT_NE(world.running().find("\"a\""), std::string::npos);
+        EXPECT_EQ(world.running().find("\"a\"") != std::string::npos, one.is_confirmed);
         EXPECT_EQ(world.edit(R"([{"op":"merge","path":"/policy/zone{b}"}])").code, MGMT_OK);
         EXPECT_EQ(world.commit().error.code, MGMT_OK);
         std::filesystem::remove_all(folder);
@@ -212,6 +218,77 @@ TEST(MgmtNotif, AreLoggedReplayedAndTold)
     world.restart();
     ASSERT_EQ(mgmt_notifications(*world.engine).size(), 3u) << "the log outlives the daemon";
     EXPECT_EQ(mgmt_notifications(*world.engine)[0].json, json);
+}
+
+// One notification of a daemon, until the engine has it.
+static void notify_once(TestWorld *p_world, const std::string &policy)
+{
+    TestDaemon daemon(p_world, "d");
+    t_ipc_reg_notif stream = {.name = "lumora", .context = "", .worker_conn_id = daemon.worker.id};
+    t_ipc_frame reply = daemon.control.request(IPC_OP_REG_NOTIF_STREAM, ipc_encode(stream));
+    int32_t sender = daemon.control.read<t_ipc_count>(reply).count;
+    daemon.ready();
+    daemon.worker.send({.op = IPC_OP_NOTIF_SEND,
+                        .kind = IPC_KIND_ONEWAY,
+                        .id = 0,
+                        .status = 0,
+                        .body = ipc_encode(association(sender, policy))});
+    EXPECT_TRUE(p_world->until([&] {
+        const auto &stored = mgmt_notifications(*p_world->engine);
+        return !stored.empty() && stored.back().json.find(policy) != std::string::npos;
+    }));
+}
+
+static std::string log_line(int second)
+{
+    char text[256];
+    snprintf(text, sizeof(text),
+             "{\"eventTime\":\"2024-01-15T09:00:%02d.000000Z\",\"notification\":"
+             "{\"lumora-policy:data-policy-association-status\":{\"policy-name\":\"p%d\"}}}\n",
+             second, second);
+    return text;
+}
+
+TEST(MgmtNotif, TheLogIsBoundedAndOutlivesAKillAndALineThatWasCut)
+{
+    char folder[] = "/tmp/mgmtd-log-XXXXXX";
+    ASSERT_NE(mkdtemp(folder), nullptr);
+    std::string path = std::string(folder) + "/notifications.log";
+    {
+        std::ofstream file(path, std::ios::binary);
+        for (int i = 0; i < 10100; i++)
+            file << log_line(i < 10090 ? 0 : i - 10040);
+        file << log_line(3).substr(0, 100);
+    }
+    auto notify_and_die = [&] {
+        TestWorld world(folder);
+        notify_once(&world, "after the cut");
+        raise(SIGKILL);
+    };
+    EXPECT_EXIT(notify_and_die(), testing::KilledBySignal(SIGKILL), "");
+
+    TestWorld world(folder);
+    const auto &stored = mgmt_notifications(*world.engine);
+    ASSERT_EQ(stored.size(), 10000u);
+    EXPECT_NE(stored.back().json.find("after the cut"), std::string::npos);
+    std::string told;
+    t_mgmt_notif_request request;
+    request.start_us = stored[9990].time_us;  // of second 51
+    request.stop_us = request.start_us + 2000000;
+    EXPECT_EQ(stored[9990].time, "2024-01-15T09:00:51.000000Z");
+    request.notify = [&](const t_mgmt_notification &one) { told += one.time.substr(17, 2) + " "; };
+    request.ended = [&](e_mgmt_notif_end end) { told += end == MGMT_NOTIF_REPLAYED ? "replayed " : "end"; };
+    mgmt_notif_subscribe(world.engine.get(), world.session, request);
+    ASSERT_TRUE(world.until([&] { return told.ends_with("end"); }));
+    EXPECT_EQ(told, "51 52 53 replayed end");
+
+    std::ofstream(path, std::ios::binary) << std::string((4u << 20) - 50, 'x');
+    world.restart();
+    notify_once(&world, "begins a new file");
+    EXPECT_LT(std::filesystem::file_size(path), 1000u);
+    world.restart();
+    EXPECT_NE(mgmt_notifications(*world.engine).back().json.find("begins a new file"), std::string::npos);
+    std::filesystem::remove_all(folder);
 }
 
 TEST(MgmtSession, WorkOfOtherThreadsAndTheClock)

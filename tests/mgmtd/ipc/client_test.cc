@@ -1,5 +1,5 @@
 // The client library against the real server: what a daemon does from its start to its work, with blocking
-// calls.
+// calls, and what it gets to know when the server is killed at it.
 
 #include "mgmtd/ipc/ipc_server.h"
 #include "platform/confd/confd_cdb.h"
@@ -14,6 +14,7 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
+#include <sys/wait.h>
 #include <thread>
 #include <unistd.h>
 
@@ -29,7 +30,7 @@ struct t_served {
     std::thread owner;
     sockaddr_in address = {};
 
-    t_served();
+    explicit t_served(const std::string &its_folder);
     ~t_served();
 
     // Runs fn on the owner's thread and waits for it.
@@ -37,11 +38,19 @@ struct t_served {
     std::future<t_mgmt_commit_result> edit_and_commit(const std::string &json);
 };
 
-t_served::t_served()
+// A folder with the secret in it, which clients of this process find.
+static std::string new_folder()
 {
     char path[] = "/tmp/mgmtd-client-XXXXXX";
-    folder = mkdtemp(path);
+    std::string folder = mkdtemp(path);
+    std::ofstream(folder + "/secret") << "word\n";
+    setenv("CONFD_IPC_ACCESS_FILE", (folder + "/secret").c_str(), 1);
     signal(SIGPIPE, SIG_IGN);
+    return folder;
+}
+
+t_served::t_served(const std::string &its_folder) : folder(its_folder)
+{
     std::string error;
     std::vector<std::string> errors;
     t_mgmt_error reason;
@@ -54,8 +63,6 @@ t_served::t_served()
     address.sin_family = AF_INET;
     address.sin_port = htons(ipc_server_port(*server));
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    std::ofstream(folder + "/secret") << "word\n";
-    setenv("CONFD_IPC_ACCESS_FILE", (folder + "/secret").c_str(), 1);
     owner = std::thread([this] { event_base_loop(p_base, EVLOOP_NO_EXIT_ON_EMPTY); });
 }
 
@@ -110,7 +117,7 @@ static int new_socket()
 }
 
 struct t_daemon {
-    t_served *p_served;
+    sockaddr_in address;
     confd_daemon_ctx *p_dx = nullptr;
     int control = new_socket();
     int worker = new_socket();
@@ -118,7 +125,10 @@ struct t_daemon {
     int sub = new_socket();
     int zone_id = 0;
     std::vector<std::string> seen;
+    std::function<void()> on_hook;  // before and in the middle of the callbacks; may be null
+    std::function<void()> on_dump;
 
+    explicit t_daemon(const sockaddr_in &server) : address(server) {}
     ~t_daemon()
     {
         for (int fd : {control, worker, maapi, sub})
@@ -144,6 +154,10 @@ static int pair_create(confd_trans_ctx *p_trans, confd_hkeypath_t *p_path)
     t_daemon *p_daemon = static_cast<t_daemon *>(p_trans->dx->d_opaque);
     confd_value_t number = {.type = C_UINT32, .val = {}};
     number.val.u32 = 77;
+    if (p_daemon->on_hook) {
+        p_daemon->on_hook();
+        return maapi_attach(p_daemon->maapi, 0, p_trans);
+    }
     EXPECT_EQ(maapi_attach(p_daemon->maapi, 0, p_trans), CONFD_OK) << confd_lasterr();
     EXPECT_EQ(maapi_set_elem(p_daemon->maapi, p_trans->thandle, &number,
                              "/lumora-policy:policy/zone-pair{%x}/pair-id", &p_path->v[0][0]),
@@ -155,8 +169,11 @@ static int pair_create(confd_trans_ctx *p_trans, confd_hkeypath_t *p_path)
 static int dump(confd_user_info *p_user, char *, int, char **)
 {
     t_daemon *p_daemon = static_cast<t_daemon *>(p_user->actx.dx->d_opaque);
-    for (int i = 0; i < 1000; i++)
+    for (int i = 0; i < 1000; i++) {
         maapi_cli_printf(p_daemon->maapi, p_user->usid, "line %d\n", i);
+        if (p_daemon->on_dump && i == 500)
+            p_daemon->on_dump();
+    }
     return CONFD_OK;
 }
 
@@ -178,9 +195,8 @@ static cdb_iter_ret report(confd_hkeypath_t *p_path, confd_iter_op op, confd_val
 
 static void register_all(t_daemon *p_daemon)
 {
-    t_served *p_served = p_daemon->p_served;
-    const sockaddr *p_address = reinterpret_cast<const sockaddr *>(&p_served->address);
-    int size = sizeof(p_served->address);
+    const sockaddr *p_address = reinterpret_cast<const sockaddr *>(&p_daemon->address);
+    int size = sizeof(p_daemon->address);
     confd_trans_cbs trans = {.init = trans_init, .finish = nullptr};
     confd_data_cbs hook = {};
     confd_action_cbs action = {};
@@ -243,15 +259,17 @@ static Result serve_until(t_daemon *p_daemon, std::future<Result> future)
     return future.get();
 }
 
+static constexpr const char *zone_pair = R"([{"op":"merge","path":"/policy/zone{a}"},
+    {"op":"merge","path":"/policy/zone-based-policy{p}","value":{"default-action":"drop"}},
+    {"op":"merge","path":"/policy/zone-pair{x}",
+     "value":{"source-zone":"a","destination-zone":"a","zone-policy":"p"}}])";
+
 TEST(ClientAndServer, RegisterHookCommitTriggerReadAndCommand)
 {
-    t_served served;
-    t_daemon daemon = {.p_served = &served, .seen = {}};
+    t_served served(new_folder());
+    t_daemon daemon(served.address);
     register_all(&daemon);
-    auto result = serve_until(&daemon, served.edit_and_commit(R"([{"op":"merge","path":"/policy/zone{a}"},
-        {"op":"merge","path":"/policy/zone-based-policy{p}","value":{"default-action":"drop"}},
-        {"op":"merge","path":"/policy/zone-pair{x}",
-         "value":{"source-zone":"a","destination-zone":"a","zone-policy":"p"}}])"));
+    auto result = serve_until(&daemon, served.edit_and_commit(zone_pair));
     EXPECT_EQ(result.error.code, MGMT_OK) << mgmt_error_text(result.error);
 
     // The trigger blocks the thread that asks for it, while this one serves.
@@ -298,9 +316,223 @@ TEST(ClientAndServer, RegisterHookCommitTriggerReadAndCommand)
     EXPECT_TRUE(output.ends_with("line 999\n"));
 
     // A name that is taken over: the old connections end, which the library tells as end of file.
-    t_daemon successor = {.p_served = &served, .seen = {}};
+    t_daemon successor(served.address);
     register_all(&successor);
     pollfd old = {daemon.worker, POLLIN, 0};
     ASSERT_EQ(poll(&old, 1, 10000), 1);
     EXPECT_EQ(confd_fd_ready(daemon.p_dx, daemon.worker), CONFD_EOF);
+}
+
+// ---- A server that is killed ----
+
+// Engine and server in a process of their own, which works when it is told to.
+struct t_killed {
+    std::string folder = new_folder();
+    pid_t pid = -1;
+    int command = -1;  // one character is one piece of work
+    sockaddr_in address = {};
+
+    t_killed();
+    ~t_killed();
+    t_killed(const t_killed &) = delete;
+    t_killed &operator=(const t_killed &) = delete;
+
+    void order(char work) const
+    {
+        EXPECT_EQ(write(command, &work, 1), 1);
+    }
+    void kill_now()
+    {
+        kill(pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
+    }
+    // Dies while this thread waits for it: it takes in what it is sent, and answers nothing.
+    std::thread kill_while_asked()
+    {
+        kill(pid, SIGSTOP);
+        return std::thread([this] {
+            std::this_thread::sleep_for(std::chrono::milliseconds(50));
+            kill_now();
+        });
+    }
+};
+
+[[noreturn]] static void serve_orders(const std::string &folder, int address_out, int command_in)
+{
+    t_served served(folder);
+    char work = 0;
+    bool told = write(address_out, &served.address, sizeof(served.address)) == sizeof(served.address);
+    while (told && read(command_in, &work, 1) == 1) {
+        served.run([&] {
+            if (work == 'd')
+                mgmt_action(served.engine.get(), served.session,
+                            {.p_rpc = schema_find(*served.index, "/tarn-dump-policy"),
+                             .input = {},
+                             .words = {},
+                             .output = nullptr,
+                             .done = [](const t_mgmt_action_result &) {}});
+        });
+        if (work == 'c')
+            served.edit_and_commit(zone_pair);
+    }
+    _exit(0);
+}
+
+t_killed::t_killed()
+{
+    int addresses[2], commands[2];
+    EXPECT_EQ(pipe(addresses) | pipe(commands), 0);
+    pid = fork();
+    if (pid == 0) {
+        close(commands[1]);
+        serve_orders(folder, addresses[1], commands[0]);
+    }
+    close(addresses[1]);
+    close(commands[0]);
+    command = commands[1];
+    EXPECT_EQ(read(addresses[0], &address, sizeof(address)), static_cast<ssize_t>(sizeof(address)));
+    close(addresses[0]);
+}
+
+t_killed::~t_killed()
+{
+    kill_now();
+    close(command);
+    std::filesystem::remove_all(folder);
+}
+
+// The next callback that the server asks for.
+static int serve_one(t_daemon *p_daemon)
+{
+    pollfd fds[] = {{p_daemon->control, POLLIN, 0}, {p_daemon->worker, POLLIN, 0}};
+    EXPECT_GT(poll(fds, 2, 10000), 0);
+    return confd_fd_ready(p_daemon->p_dx, fds[0].revents != 0 ? fds[0].fd : fds[1].fd);
+}
+
+// A dead connection shows itself with the second sending at the latest.
+static int serve_until_gone(t_daemon *p_daemon)
+{
+    int result = CONFD_OK;
+    for (int i = 0; i < 5 && result != CONFD_EOF; i++)
+        result = serve_one(p_daemon);
+    return result;
+}
+
+static void batch_await(t_daemon *p_daemon)
+{
+    cdb_sub_notification type;
+    int flags = 0;
+    int count = 0;
+    int *p_ids = nullptr;
+    EXPECT_EQ(cdb_read_subscription_socket2(p_daemon->sub, &type, &flags, &p_ids, &count), CONFD_OK);
+    free(p_ids);
+}
+
+static int data_connect(const t_killed &server)
+{
+    int data = new_socket();
+    EXPECT_EQ(cdb_connect(data, CDB_DATA_SOCKET, reinterpret_cast<const sockaddr *>(&server.address),
+                          sizeof(server.address)),
+              CONFD_OK);
+    return data;
+}
+
+// Brings a daemon into a state, lets the server die, and gives what the daemon gets to know.
+struct t_state {
+    const char *name;
+    int (*reach)(t_killed *p_server, t_daemon *p_daemon);
+};
+
+static constexpr t_state states[] = {
+    {"connecting",
+     [](t_killed *p_server, t_daemon *p_daemon) {
+         std::thread killer = p_server->kill_while_asked();
+         int data = new_socket();
+         int result =
+             cdb_connect(data, CDB_DATA_SOCKET, reinterpret_cast<const sockaddr *>(&p_daemon->address),
+                         sizeof(p_daemon->address));
+         killer.join();
+         close(data);
+         return result;
+     }},
+    {"registered",
+     [](t_killed *p_server, t_daemon *p_daemon) {
+         p_server->kill_now();
+         EXPECT_EQ(confd_fd_ready(p_daemon->p_dx, p_daemon->worker), CONFD_EOF);
+         EXPECT_EQ(confd_fd_ready(p_daemon->p_dx, p_daemon->control), CONFD_EOF);
+         cdb_sub_notification type;
+         int flags = 0;
+         int count = 0;
+         int *p_ids = nullptr;
+         return cdb_read_subscription_socket2(p_daemon->sub, &type, &flags, &p_ids, &count);
+     }},
+    {"waiting for the start",
+     [](t_killed *p_server, t_daemon *p_daemon) {
+         std::thread killer = p_server->kill_while_asked();
+         int result = maapi_wait_start(p_daemon->maapi, 2);
+         killer.join();
+         return result;
+     }},
+    {"in a batch",
+     [](t_killed *p_server, t_daemon *p_daemon) {
+         p_server->order('c');
+         EXPECT_EQ(serve_one(p_daemon) | serve_one(p_daemon), CONFD_OK);
+         EXPECT_EQ(serve_one(p_daemon), CONFD_OK) << "the end of the hook's transaction";
+         batch_await(p_daemon);
+         p_server->kill_now();
+         EXPECT_EQ(cdb_diff_iterate(p_daemon->sub, p_daemon->zone_id, report, 0, p_daemon), CONFD_EOF);
+         return cdb_sync_subscription_socket(p_daemon->sub, CDB_DONE_PRIORITY);
+     }},
+    {"in a hook",
+     [](t_killed *p_server, t_daemon *p_daemon) {
+         p_daemon->on_hook = [p_server] { p_server->kill_now(); };
+         p_server->order('c');
+         return serve_until_gone(p_daemon);
+     }},
+    {"in a command",
+     [](t_killed *p_server, t_daemon *p_daemon) {
+         p_daemon->on_dump = [p_server] { p_server->kill_now(); };
+         p_server->order('d');
+         return serve_until_gone(p_daemon);
+     }},
+    {"reading",
+     [](t_killed *p_server, t_daemon *) {
+         int data = data_connect(*p_server);
+         EXPECT_EQ(cdb_start_session(data, CDB_RUNNING), CONFD_OK);
+         std::thread killer = p_server->kill_while_asked();
+         int result = cdb_num_instances(data, "/lumora-policy:policy/zone");
+         killer.join();
+         close(data);
+         return result;
+     }},
+    {"with a trigger under way",
+     [](t_killed *p_server, t_daemon *p_daemon) {
+         int data = data_connect(*p_server);
+         auto trigger = std::async(std::launch::async,
+                                   [&] { return cdb_trigger_subscriptions(data, &p_daemon->zone_id, 1); });
+         batch_await(p_daemon);
+         p_server->kill_now();
+         int result = trigger.get();
+         close(data);
+         return result;
+     }},
+};
+
+TEST(ClientAndServer, AKilledServerIsTheEndOfFileInEveryState)
+{
+    for (const t_state &state : states) {
+        SCOPED_TRACE(state.name);
+        t_killed server;
+        t_daemon daemon(server.address);
+        register_all(&daemon);
+        alarm(60);  // a call that hangs
+        EXPECT_EQ(state.reach(&server, &daemon), CONFD_EOF);
+        alarm(0);
+        int fd = new_socket();
+        EXPECT_EQ(
+            maapi_connect(fd, reinterpret_cast<const sockaddr *>(&server.address), sizeof(server.address)),
+            CONFD_ERR)
+            << "nobody listens any more";
+        close(fd);
+    }
 }

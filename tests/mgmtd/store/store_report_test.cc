@@ -71,8 +71,8 @@ TEST(StoreReport, InstancesAndValuesAreThoseOfTheRules)
          R"([{"path":"/policy/access-list{acl}/sequence{10}","value":{"match":{"protocol":[5],"source-port":["1-2"]},"action":{"set":{"dscp":2}}}},
              {"op":"delete","path":"/policy/access-list{acl}/sequence{10}/match/plp"},{"op":"delete","path":"/policy/access-list{acl}/sequence{10}/action/log"}])",
          "/policy/access-list/sequence",
-         "modified /policy/access-list{acl}/sequence{10}: begin(match) protocol=[u8:5 u8:6 u8:17] "
-         "source-port=[buf:1-2] plp=none end(match) "
+         "modified /policy/access-list{acl}/sequence{10}: begin(match) source-port=[buf:1-2] "
+         "protocol=[u8:5 u8:6 u8:17] plp=none end(match) "
          "begin(action) log=none begin(set) dscp=u8:2 end(set) end(action)\n"},
         {"a leaf-list that is empty now",
          R"([{"op":"delete","path":"/policy/access-list{acl}/sequence{10}/match/protocol"}])",

@@ -243,12 +243,12 @@ bool t_world_store::open()
     return mgmt_store_open(&store, &world_index(), world_context(), folder, &error);
 }
 
-std::string t_world_store::commit(const std::string &edits)
+std::string t_world_store::commit(const std::string &edits, std::optional<uint64_t> fallback)
 {
     mgmt_txn_ptr txn = mgmt_txn_new(&store, MGMT_TXN_PRIVATE, &g_world_ops, this);
     mgmt_txn_edit(txn.get(), world_edits(edits));
     if (error.code == MGMT_OK)
-        mgmt_txn_commit(txn.get(), {0, "tester", "", "a \"test\""});
+        mgmt_txn_commit(txn.get(), {0, "tester", "", "a \"test\"", fallback});
     store.pre_commit = nullptr;
     return mgmt_error_text(error);
 }

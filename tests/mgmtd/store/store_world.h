@@ -54,7 +54,7 @@ struct t_world_store {
     [[nodiscard]] bool open();
 
     // Edits and commits in one private transaction: the outcome's text, empty for success.
-    std::string commit(const std::string &edits);
+    std::string commit(const std::string &edits, std::optional<uint64_t> fallback = std::nullopt);
 };
 
 extern const t_mgmt_txn_ops g_world_ops;  // for a t_world_store
