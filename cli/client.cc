@@ -1,74 +1,83 @@
 #include "cli/client.h"
 
+#include "cli/interrupt.h"
+#include "common/unix_socket.h"
 #include "mgmtd/control/control_frame.h"
 
 #include <cerrno>
 #include <cstring>
+#include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 t_cli_client::~t_cli_client()
 {
-    if (fd >= 0)
-        close(fd);
+    cli_client_close(this);
+}
+
+void cli_client_close(t_cli_client *p_client)
+{
+    if (p_client->fd >= 0)
+        close(p_client->fd);
+    p_client->fd = -1;
+    p_client->input.clear();
 }
 
 bool cli_client_connect(t_cli_client *p_client, const std::string &socket_path, std::string *p_reason)
 {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (socket_path.size() >= sizeof(address.sun_path)) {
-        *p_reason = "the path is too long for a socket";
-        return false;
-    }
-    memcpy(address.sun_path, socket_path.data(), socket_path.size());
-    p_client->fd = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    const void *p_address = &address;
-    if (p_client->fd >= 0 &&
-        connect(p_client->fd, static_cast<const sockaddr *>(p_address), sizeof(address)) == 0)
-        return true;
-    *p_reason = strerror(errno);
-    return false;
+    p_client->fd = unix_socket_connect(socket_path, true);
+    if (p_client->fd < 0)
+        *p_reason = strerror(errno);
+    return p_client->fd >= 0;
 }
 
 // ---- Bytes ----
 
-static bool bytes_send(int fd, std::string_view bytes)
+// False when the connection fails, or on an interruption, after which it is of no use.
+static bool bytes_send(t_cli_client *p_client, std::string_view bytes)
 {
-    while (!bytes.empty()) {
-        ssize_t sent = send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL);
-        if (sent < 0 && errno != EINTR)
+    while (!bytes.empty() && cli_wait(p_client->fd, POLLOUT)) {
+        ssize_t sent = send(p_client->fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+        if (sent < 0 && errno != EINTR && errno != EAGAIN)
             return false;
         bytes.remove_prefix(sent > 0 ? static_cast<size_t>(sent) : 0);
     }
-    return true;
+    return bytes.empty();
 }
 
-static bool bytes_receive(int fd, void *p_bytes, size_t size)
+// Waits until the input holds so many bytes. It keeps what it has on an interruption.
+static bool bytes_await(t_cli_client *p_client, size_t size)
 {
-    char *p_next = static_cast<char *>(p_bytes);
-    while (size > 0) {
-        ssize_t received = recv(fd, p_next, size, 0);
-        if (received == 0 || (received < 0 && errno != EINTR))
+    static constexpr size_t piece = 256 * 1024;  // bytes
+    while (p_client->input.size() < size) {
+        if (!cli_wait(p_client->fd, POLLIN))
             return false;
-        size_t count = received > 0 ? static_cast<size_t>(received) : 0;
-        p_next += count;
-        size -= count;
+        size_t had = p_client->input.size();
+        p_client->input.resize(had + piece);
+        ssize_t received = recv(p_client->fd, p_client->input.data() + had, piece, MSG_DONTWAIT);
+        p_client->input.resize(had + (received > 0 ? static_cast<size_t>(received) : 0));
+        if (received == 0 || (received < 0 && errno != EINTR && errno != EAGAIN))
+            return false;
     }
     return true;
 }
 
-static bool frame_receive(int fd, t_control_frame *p_frame)
+static bool frame_receive(t_cli_client *p_client, t_control_frame *p_frame)
 {
     uint8_t bytes[CONTROL_HEADER_SIZE];
     t_control_header header;
-    if (!bytes_receive(fd, bytes, sizeof(bytes)) || !control_header_read(bytes, &header))
+    if (!bytes_await(p_client, sizeof(bytes)))
         return false;
-    p_frame->head.resize(header.head_size);
-    p_frame->body.resize(header.body_size);
-    return bytes_receive(fd, p_frame->head.data(), header.head_size) &&
-           bytes_receive(fd, p_frame->body.data(), header.body_size);
+    memcpy(bytes, p_client->input.data(), sizeof(bytes));
+    if (!control_header_read(bytes, &header))
+        return false;
+    size_t size = sizeof(bytes) + header.head_size + header.body_size;
+    if (!bytes_await(p_client, size))
+        return false;
+    p_frame->head = p_client->input.substr(sizeof(bytes), header.head_size);
+    p_frame->body = p_client->input.substr(sizeof(bytes) + header.head_size, header.body_size);
+    p_client->input.erase(0, size);
+    return true;
 }
 
 // ---- Answers ----
@@ -112,6 +121,28 @@ static void more_tell(const t_cli_json &head, const std::string &body, const t_c
         listener.output(body);
 }
 
+static t_cli_answer stopped()
+{
+    t_cli_answer answer = lost("interrupted");
+    answer.outcome = CLI_ANSWER_INTERRUPTED;
+    return answer;
+}
+
+// Nothing came: the signal, or the connection's end.
+static t_cli_answer call_give_up(t_cli_client *p_client, bool sent)
+{
+    if (cli_interrupted())
+        return stopped();
+    cli_client_close(p_client);
+    return lost(sent ? "the daemon has closed the connection" : "the daemon does not take the request");
+}
+
+static t_cli_answer call_fail(t_cli_client *p_client, const char *reason)
+{
+    cli_client_close(p_client);
+    return lost(reason);
+}
+
 t_cli_answer cli_client_call(t_cli_client *p_client, t_cli_json head, std::string_view body,
                              const t_cli_listener &listener)
 {
@@ -120,15 +151,22 @@ t_cli_answer cli_client_call(t_cli_client *p_client, t_cli_json head, std::strin
     if (text.size() > CONTROL_MAX_HEAD || body.size() > CONTROL_MAX_BODY)
         return lost("the request is too large");
     // A peer that is refused may find the socket closed for writing and still has its answer to read.
-    bool sent = bytes_send(p_client->fd, control_frame_bytes(text, body));
+    bool sent = bytes_send(p_client, control_frame_bytes(text, body));
+    if (!sent && cli_interrupted())
+        return call_fail(p_client, "interrupted before the daemon took the request");
     t_control_frame frame;
-    while (frame_receive(p_client->fd, &frame)) {
+    while (frame_receive(p_client, &frame)) {
         t_cli_json answer = t_cli_json::parse(frame.head, nullptr, false);
         if (!answer.is_object())
-            return lost("the daemon's answer makes no sense");
+            return call_fail(p_client, "the daemon's answer makes no sense");
+        t_cli_json id = answer.value("id", t_cli_json());
+        if (id != p_client->last_id && id != 0)
+            continue;  // of a request that was interrupted
         if (answer.value("more", t_cli_json()) != true)
             return answer_read(answer, frame.body);
         more_tell(answer, frame.body, listener);
+        if (listener.until && listener.until())
+            return stopped();
     }
-    return lost(sent ? "the daemon has closed the connection" : "the daemon does not take the request");
+    return call_give_up(p_client, sent);
 }

@@ -1,27 +1,56 @@
 #include "cli/commands.h"
 
+#include "cli/interrupt.h"
+#include "cli/text_escape.h"
+
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 // ---- Standard output and error ----
 
-e_cli_status cli_fail(e_cli_status status, const std::string &reason)
+static std::string error_prefix(const t_cli &cli)
 {
-    fprintf(stderr, "lumora-cli: %s\n", reason.c_str());
+    if (cli.is_terminal)
+        return "error: ";
+    return cli.line > 0 ? "lumora-cli: line " + std::to_string(cli.line) + ": " : "lumora-cli: ";
+}
+
+e_cli_status cli_fail(const t_cli &cli, e_cli_status status, const std::string &reason)
+{
+    fprintf(stderr, "%s%s\n", error_prefix(cli).c_str(), cli_text_printable(reason, true).c_str());
     return status;
 }
 
-e_cli_status cli_print(std::string_view text)
+e_cli_status cli_print(t_cli *p_cli, std::string_view text)
 {
-    if (fwrite(text.data(), 1, text.size(), stdout) == text.size() && fflush(stdout) == 0)
-        return CLI_DONE;
-    return cli_fail(CLI_LOCAL, std::string("standard output: ") + strerror(errno));
+    cli_output_text(&p_cli->output, text);
+    return p_cli->output.failed ? CLI_LOCAL : CLI_DONE;
 }
 
-e_cli_status cli_print_json(const t_cli_json &result)
+static std::string json_lines(const t_cli_json &result)
 {
-    return cli_print(result.dump(2, ' ', false, t_cli_json::error_handler_t::replace) + '\n');
+    return cli_json_printable(result.dump(2, ' ', false, t_cli_json::error_handler_t::replace)) + '\n';
+}
+
+e_cli_status cli_print_json(t_cli *p_cli, const t_cli_json &result)
+{
+    return cli_print(p_cli, json_lines(result));
+}
+
+e_cli_status cli_print_done(t_cli *p_cli)
+{
+    return p_cli->form == CLI_FORM_JSON ? cli_print_json(p_cli, t_cli_json::object()) : CLI_DONE;
+}
+
+e_cli_status cli_output_finish(t_cli *p_cli, e_cli_status status)
+{
+    cli_output_end(&p_cli->output);
+    if (p_cli->output.failed)
+        status = cli_fail(*p_cli, CLI_LOCAL, std::string("standard output: ") + strerror(errno));
+    p_cli->output = {};
+    return status;
 }
 
 // ---- Calls ----
@@ -33,30 +62,81 @@ t_cli_json cli_head(const char *op)
     return head;
 }
 
-static e_cli_status refusal_tell(const t_cli &cli, const t_cli_answer &answer)
+// The connection for a question. Outside of sessions there is one.
+static t_cli_client *client_for(t_cli *p_cli, const t_cli_json &head)
 {
-    if (!cli.json)
-        return cli_fail(CLI_REFUSED,
+    static constexpr std::string_view without_session[] = {"show",   "action",  "monitor", "schema",
+                                                           "values", "commits", "compare", "status"};
+    bool is_aside =
+        p_cli->mode != CLI_MODE_SHELL && std::ranges::count(without_session, head.value("op", "")) > 0;
+    return is_aside ? &p_cli->side : &p_cli->client;
+}
+
+t_cli_answer cli_ask(t_cli *p_cli, const t_cli_json &head, std::string_view body,
+                     const t_cli_listener &listener)
+{
+    t_cli_client *p_client = client_for(p_cli, head);
+    std::string reason;
+    if (p_client->fd < 0 && !cli_client_connect(p_client, p_cli->socket, &reason))
+        return {.outcome = CLI_ANSWER_LOST,
+                .result = {},
+                .warnings = {},
+                .path = p_cli->socket,
+                .reason = reason};
+    t_cli_answer answer = cli_client_call(p_client, head, body, listener);
+    if (answer.outcome == CLI_ANSWER_LOST)
+        answer.path = p_cli->socket;
+    if (answer.outcome == CLI_ANSWER_LOST && p_client == &p_cli->client) {
+        p_cli->session = 0;  // with it went the lock
+        p_cli->holds_lock = false;
+    }
+    if (answer.outcome == CLI_ANSWER_INTERRUPTED && p_client == &p_cli->side)
+        cli_client_close(p_client);
+    return answer;
+}
+
+e_cli_status cli_answer_status(const t_cli_answer &answer)
+{
+    switch (answer.outcome) {
+    case CLI_ANSWER_DONE:
+        return CLI_DONE;
+    case CLI_ANSWER_REFUSED:
+        return CLI_REFUSED;
+    case CLI_ANSWER_LOST:
+        return CLI_NO_CONNECTION;
+    case CLI_ANSWER_INTERRUPTED:
+        break;
+    }
+    return CLI_STOPPED;
+}
+
+static e_cli_status failure_tell(const t_cli &cli, const t_cli_answer &answer)
+{
+    if (answer.outcome == CLI_ANSWER_INTERRUPTED && !cli_interrupted())
+        return CLI_STOPPED;  // left in the pager
+    if (answer.outcome != CLI_ANSWER_REFUSED || cli.form != CLI_FORM_JSON)
+        return cli_fail(cli, cli_answer_status(answer),
                         answer.path.empty() ? answer.reason : answer.path + ": " + answer.reason);
-    t_cli_json refusal = {{"path", answer.path}, {"reason", answer.reason}};
-    fprintf(stderr, "%s\n", refusal.dump(2, ' ', false, t_cli_json::error_handler_t::replace).c_str());
+    fputs(json_lines({{"path", answer.path}, {"reason", answer.reason}}).c_str(), stderr);
     return CLI_REFUSED;
 }
 
 e_cli_status cli_call(t_cli *p_cli, const t_cli_json &head, std::string_view body, t_cli_answer *p_answer,
                       const t_cli_listener &listener)
 {
-    std::string reason;
-    if (p_cli->client.fd < 0 && !cli_client_connect(&p_cli->client, p_cli->socket, &reason))
-        return cli_fail(CLI_NO_CONNECTION, p_cli->socket + ": " + reason);
-    t_cli_answer answer = cli_client_call(&p_cli->client, head, body, listener);
+    t_cli_answer answer = cli_ask(p_cli, head, body, listener);
     for (const std::string &warning : answer.warnings)
-        fprintf(stderr, "lumora-cli: warning: %s\n", warning.c_str());
-    if (answer.outcome == CLI_ANSWER_LOST)
-        return cli_fail(CLI_NO_CONNECTION, p_cli->socket + ": " + answer.reason);
-    if (answer.outcome == CLI_ANSWER_REFUSED)
-        return refusal_tell(*p_cli, answer);
+        fprintf(stderr, "%swarning: %s\n",
+                p_cli->is_terminal ? "" : "lumora-cli: ", cli_text_printable(warning, false).c_str());
+    if (answer.outcome != CLI_ANSWER_DONE)
+        return failure_tell(*p_cli, answer);
     if (p_answer != nullptr)
         *p_answer = std::move(answer);
     return CLI_DONE;
+}
+
+t_cli_json cli_status_ask(t_cli *p_cli)
+{
+    t_cli_answer answer = cli_ask(p_cli, cli_head("status"));
+    return answer.outcome == CLI_ANSWER_DONE ? std::move(answer.result) : t_cli_json();
 }

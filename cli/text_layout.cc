@@ -46,6 +46,10 @@ void cli_text_entries(const t_cli_entries &entries, std::string *p_text)
     size_t column = 2 + width + 2;
     for (const auto &[name, explanation] : entries) {
         p_text->append(2, ' ').append(name);
+        if (explanation.empty()) {
+            p_text->push_back('\n');
+            continue;
+        }
         if (name.size() > width)
             p_text->append("\n").append(column, ' ');
         else

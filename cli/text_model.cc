@@ -1,5 +1,6 @@
 #include "cli/text_model.h"
 
+#include "cli/text_escape.h"
 #include "cli/text_layout.h"
 
 #include <algorithm>
@@ -10,20 +11,6 @@ static std::string short_name(const std::string &name)
 {
     size_t colon = name.find(':');
     return colon == std::string::npos ? name : name.substr(colon + 1);
-}
-
-static std::string printable(const std::string &text)
-{
-    static constexpr char digits[] = "0123456789abcdef";
-    std::string shown;
-    for (char character : text) {
-        auto byte = static_cast<unsigned char>(character);
-        if (byte >= 0x20 && byte != 0x7f)
-            shown += character;
-        else
-            shown.append({'\\', 'x', digits[byte >> 4], digits[byte & 15]});
-    }
-    return shown;
 }
 
 // A leaf of type empty has [null] for a value.
@@ -43,7 +30,7 @@ static std::string scalar_text(const t_cli_json &value, bool quotes)
 {
     if (!value.is_string())
         return value.dump();
-    std::string text = printable(value.get<std::string>());
+    std::string text = cli_text_printable(value.get<std::string>(), false);
     if (quotes && (text.empty() || text.find(' ') != std::string::npos))
         return '"' + text + '"';
     return text;

@@ -11,9 +11,12 @@ struct evconnlistener;
 struct t_control_connection {
     t_mgmt_control *p_control;
     bufferevent *p_bev;
-    event *p_step;           // goes on with requests in the loop's next turn
-    uint32_t session;        // of the engine; 0 where the peer was refused
+    event *p_step;     // goes on with requests in the loop's next turn
+    uint32_t session;  // of the engine; 0 where the peer was refused
+    std::string user;
     int64_t request_id = 0;  // of the request under way; 0 for none
+    uint32_t monitor = 0;    // its subscription to notifications; 0 for none
+    bool is_behind = false;  // has not taken what the monitor told; the monitor is to end
     bool is_ending = false;  // goes when its output is written, and nothing more is read
 };
 
@@ -39,6 +42,17 @@ struct t_control_result {
 // Ends the request. The result counts only without an error.
 void control_answer(t_control_connection *p_connection, const t_mgmt_error &error,
                     const t_control_result &result = {});
+
+// Bytes that were answered or told and that the client has not taken yet.
+size_t control_unread(const t_control_connection &connection);
+
+void control_monitor_serve(t_control_connection *p_connection, const t_control_request &request);
+
+// Ends a monitor whose client is behind. For the loop, not for a callback of the engine's.
+void control_monitor_end(t_control_connection *p_connection);
+
+// Goes on with the connection in the loop's next turn.
+void control_schedule(t_control_connection *p_connection);
 
 // A piece of output, a line of progress.
 void control_output(t_control_connection *p_connection, std::string_view text);

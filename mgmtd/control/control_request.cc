@@ -36,12 +36,42 @@ static bool comment_read(const t_json &value, t_control_request *p_request)
     return text_read(value, &p_request->comment);
 }
 
+static bool integer_read(const t_json &value, int64_t max, int64_t *p_number)
+{
+    if (!value.is_number_unsigned() || value.get<uint64_t>() > static_cast<uint64_t>(max))
+        return false;
+    *p_number = value.get<int64_t>();
+    return true;
+}
+
 static bool number_read(const t_json &value, t_control_request *p_request)
 {
-    if (!value.is_number_unsigned() || value.get<uint64_t>() > uint64_t{CONTROL_MAX_NUMBER})
-        return false;
-    p_request->number = value.get<int64_t>();
-    return true;
+    return integer_read(value, CONTROL_MAX_NUMBER, &p_request->number);
+}
+
+static bool confirm_read(const t_json &value, t_control_request *p_request)
+{
+    return integer_read(value, CONTROL_MAX_CONFIRM, &p_request->confirm_s) && p_request->confirm_s > 0;
+}
+
+static bool start_read(const t_json &value, t_control_request *p_request)
+{
+    return integer_read(value, INT64_MAX, &p_request->start_us);
+}
+
+static bool persist_read(const t_json &value, t_control_request *p_request)
+{
+    return text_read(value, &p_request->persist) && !p_request->persist.empty();
+}
+
+static bool persist_id_read(const t_json &value, t_control_request *p_request)
+{
+    return text_read(value, &p_request->persist_id);
+}
+
+static bool prefix_read(const t_json &value, t_control_request *p_request)
+{
+    return text_read(value, &p_request->prefix);
 }
 
 static bool path_read(const t_json &value, t_control_request *p_request)
@@ -99,12 +129,17 @@ struct t_member {
 
 static constexpr t_member mode = {"mode", mode_read};
 static constexpr t_member comment = {"comment", comment_read};
+static constexpr t_member confirm = {"confirm", confirm_read};
+static constexpr t_member persist = {"persist", persist_read};
+static constexpr t_member persist_id = {"persist-id", persist_id_read};
+static constexpr t_member start = {"start", start_read};
 static constexpr t_member number = {"number", number_read};
 static constexpr t_member path = {"path", path_read};
 static constexpr t_member from = {"from", from_read};
 static constexpr t_member action = {"action", action_read};
 static constexpr t_member input = {"input", input_read};
 static constexpr t_member words = {"words", words_read};
+static constexpr t_member prefix = {"prefix", prefix_read};
 
 // ---- Operations ----
 
@@ -113,7 +148,7 @@ struct t_operation {
     e_control_op op;
     bool takes_body;
     const char *required;      // a member, or null
-    t_member members[3] = {};  // up to the first one without a name
+    t_member members[4] = {};  // up to the first one without a name
 };
 
 static constexpr t_operation operations[] = {
@@ -121,7 +156,8 @@ static constexpr t_operation operations[] = {
     {"load", CONTROL_LOAD, true, "mode", {mode}},
     {"lock", CONTROL_LOCK, false, nullptr},
     {"unlock", CONTROL_UNLOCK, false, nullptr},
-    {"commit", CONTROL_COMMIT, false, nullptr, {comment}},
+    {"commit", CONTROL_COMMIT, false, nullptr, {comment, confirm, persist, persist_id}},
+    {"cancel-commit", CONTROL_CANCEL_COMMIT, false, nullptr, {persist_id}},
     {"check", CONTROL_CHECK, false, nullptr},
     {"discard", CONTROL_DISCARD, false, nullptr},
     {"rollback", CONTROL_ROLLBACK, false, "number", {number}},
@@ -131,6 +167,8 @@ static constexpr t_operation operations[] = {
     {"action", CONTROL_ACTION, false, "action", {action, input, words}},
     {"status", CONTROL_STATUS, false, nullptr},
     {"schema", CONTROL_SCHEMA, false, nullptr, {path}},
+    {"values", CONTROL_VALUES, false, "path", {path, words, prefix}},
+    {"monitor", CONTROL_MONITOR, false, nullptr, {start}},
 };
 
 static const t_member *member_find(const t_operation &operation, const std::string &name)

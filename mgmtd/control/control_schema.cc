@@ -52,7 +52,7 @@ static const char *base_name(LY_DATA_TYPE base)
     return names[base];
 }
 
-static void values_add(const lysc_type *p_type, t_json *p_values)
+static void values_add(const lysc_type *p_type, std::vector<std::string> *p_values)
 {
     if (p_type->basetype == LY_TYPE_BOOL) {
         p_values->insert(p_values->end(), {"false", "true"});
@@ -69,6 +69,13 @@ static void values_add(const lysc_type *p_type, t_json *p_values)
         for (LY_ARRAY_COUNT_TYPE i = 0; i < LY_ARRAY_COUNT(p_union->types); i++)
             values_add(p_union->types[i], p_values);
     }
+}
+
+std::vector<std::string> control_schema_values(const lysc_type *p_type)
+{
+    std::vector<std::string> values;
+    values_add(p_type, &values);
+    return values;
 }
 
 static void range_add(const lysc_type *p_type, t_json *p_json)
@@ -97,10 +104,9 @@ static void type_add(const t_schema_node &node, t_json *p_json)
         p_type = reinterpret_cast<const lysc_type_leafref *>(p_type)->realtype;
     (*p_json)["type"] = base_name(p_type->basetype);
     range_add(p_type, p_json);
-    t_json values = t_json::array();
-    values_add(p_type, &values);
+    std::vector<std::string> values = control_schema_values(p_type);
     if (!values.empty())
-        (*p_json)["values"] = std::move(values);
+        (*p_json)["values"] = values;
     if (const char *p_units = units_of(node.yang); p_units != nullptr)
         (*p_json)["units"] = p_units;
 }

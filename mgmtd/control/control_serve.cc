@@ -2,6 +2,7 @@
 
 #include "mgmtd/control/control_private.h"
 #include "mgmtd/control/control_schema.h"
+#include "mgmtd/control/control_values.h"
 
 #include <algorithm>
 #include <nlohmann/json.hpp>
@@ -71,24 +72,44 @@ static void unlock_serve(t_control_connection *p_connection, const t_control_req
     control_answer(p_connection, unlocked ? t_mgmt_error() : error);
 }
 
-static void commit_done(t_control_connection *p_connection, const t_mgmt_commit_result &result)
+// pending is the confirmed commit that waited when this one began; 0 for none.
+static void commit_done(t_control_connection *p_connection, uint64_t pending,
+                        const t_mgmt_commit_result &result)
 {
     if (result.error.code != MGMT_OK)
         return control_answer(p_connection, result.error);
     t_json json = t_json::object({{"changed", result.changed}});
     if (result.changed)
         json["commit"] = result.number;
+    if (pending != 0 && !mgmt_pending_confirm(*engine_of(p_connection)))
+        json["confirmed"] = pending;
     answer_json(p_connection, json, result.warnings);
 }
 
 static void commit_serve(t_control_connection *p_connection, const t_control_request &request)
 {
+    if (!request.persist.empty() && request.confirm_s == 0)
+        return fail(p_connection, MGMT_ERR_BADSTATE, "", "persist is for a commit that is to be confirmed");
+    std::optional<t_mgmt_confirm> confirm;
+    if (request.confirm_s != 0)
+        confirm = {.timeout_ms = request.confirm_s * 1000, .persist = request.persist};
+    std::optional<t_mgmt_pending_confirm> pending = mgmt_pending_confirm(*engine_of(p_connection));
+    uint64_t number = pending ? pending->number : 0;
     t_mgmt_commit_request commit = {
         .comment = request.comment,
+        .confirm = confirm,
+        .persist_id = request.persist_id,
         .progress = [p_connection](const std::string &line) { control_progress(p_connection, line); },
-        .done = [p_connection](const t_mgmt_commit_result &result) { commit_done(p_connection, result); },
+        .done = [p_connection,
+                 number](const t_mgmt_commit_result &result) { commit_done(p_connection, number, result); },
     };
     mgmt_commit(engine_of(p_connection), p_connection->session, std::move(commit));
+}
+
+static void cancel_serve(t_control_connection *p_connection, const t_control_request &request)
+{
+    mgmt_cancel_commit(engine_of(p_connection), p_connection->session, request.persist_id,
+                       answer_done(p_connection));
 }
 
 static void check_serve(t_control_connection *p_connection, const t_control_request &)
@@ -223,6 +244,26 @@ static void schema_serve(t_control_connection *p_connection, const t_control_req
     answer_json(p_connection, control_schema_describe(index, p_node));
 }
 
+static void values_serve(t_control_connection *p_connection, const t_control_request &request)
+{
+    t_mgmt_engine *p_engine = engine_of(p_connection);
+    t_mgmt_path path;
+    t_mgmt_error error;
+    if (!mgmt_path_read(mgmt_engine_schema(*p_engine), nullptr, request.path, &path, &error))
+        return control_answer(p_connection, error);
+    t_control_values values = {.prefix = request.prefix, .values = {}, .seen = {}};
+    for (e_mgmt_datastore datastore : {MGMT_DS_CANDIDATE, MGMT_DS_OPERATIONAL})
+        control_values_of_tree(*mgmt_tree_of(p_engine, datastore), path, request.words, &values);
+    if (!path.steps.empty())
+        control_values_of_type(*path.steps.back().schema, request.words, &values);
+    t_json result = t_json::object({{"values", std::move(values.values)}});
+    if (values.more)
+        result["more"] = true;
+    answer_json(p_connection, result);
+}
+
+// ---- Status ----
+
 // Candidate and running are one tree as long as nobody edits.
 static bool candidate_has_changes(t_mgmt_engine *p_engine)
 {
@@ -231,28 +272,52 @@ static bool candidate_has_changes(t_mgmt_engine *p_engine)
     return candidate != running && !mgmt_tree_equal(*candidate, *running);
 }
 
-static void facts_add(const t_mgmt_control_facts &facts, t_json *p_status)
+// A session that is bound to the commit stands beside it; whoever knows the persist-id confirms one without.
+static t_json pending_json(const t_mgmt_pending_confirm &pending)
 {
-    for (const t_mgmt_control_facts::t_daemon &daemon : facts.daemons)
-        (*p_status)["daemons"].push_back({{"name", daemon.name}, {"subscriptions", daemon.subscriptions}});
-    if (!facts.alarms.empty())
-        (*p_status)["alarms"] = facts.alarms;
+    t_json json = {{"commit", pending.number}, {"user", pending.user}};
+    if (pending.session != 0)
+        json["session"] = pending.session;
+    json["remaining-seconds"] = (pending.remaining_ms + 999) / 1000;
+    return json;
+}
+
+static void commits_add(const t_mgmt_engine &engine, t_json *p_status)
+{
+    if (std::optional<t_mgmt_pending_confirm> pending = mgmt_pending_confirm(engine); pending)
+        (*p_status)["pending-confirm"] = pending_json(*pending);
+    const std::vector<t_mgmt_commit_info> &commits = mgmt_commits(engine);
+    if (!commits.empty())
+        (*p_status)["last-commit"] = commit_json(commits.front());
+}
+
+static t_json daemon_json(const t_mgmt_daemon_info &daemon)
+{
+    const char *p_state = daemon.is_told    ? "being told"
+                          : daemon.is_asked ? "being asked"
+                          : daemon.is_ready ? "ready"
+                                            : "registering";
+    return {{"name", daemon.name},
+            {"state", p_state},
+            {"points", daemon.points},
+            {"subscriptions", daemon.subscriptions}};
 }
 
 static void status_serve(t_control_connection *p_connection, const t_control_request &)
 {
-    const t_mgmt_control &control = *p_connection->p_control;
     t_mgmt_engine *p_engine = engine_of(p_connection);
     t_json status = {{"phase", mgmt_engine_phase(*p_engine)},
-                     {"sessions", control.connections.size()},
+                     {"sessions", p_connection->p_control->connections.size()},
+                     {"session", p_connection->session},
+                     {"user", p_connection->user},
                      {"candidate-changed", candidate_has_changes(p_engine)}};
     if (uint32_t holder = mgmt_lock_holder(*p_engine, MGMT_DS_CANDIDATE); holder != 0)
         status["candidate-locked-by"] = holder;
-    const std::vector<t_mgmt_commit_info> &commits = mgmt_commits(*p_engine);
-    if (!commits.empty())
-        status["last-commit"] = commit_json(commits.front());
-    if (control.options.facts)
-        facts_add(control.options.facts(), &status);
+    commits_add(*p_engine, &status);
+    for (const t_mgmt_daemon_info &daemon : mgmt_daemons(*p_engine))
+        status["daemons"].push_back(daemon_json(daemon));
+    if (const std::vector<std::string> &alarms = mgmt_alarms(*p_engine); !alarms.empty())
+        status["alarms"] = alarms;
     answer_json(p_connection, status);
 }
 
@@ -304,10 +369,25 @@ using f_serve = void (*)(t_control_connection *p_connection, const t_control_req
 
 // By e_control_op.
 static constexpr f_serve operations[] = {
-    edit_serve,     load_serve,    lock_serve,    unlock_serve, commit_serve, check_serve,  discard_serve,
-    rollback_serve, compare_serve, commits_serve, show_serve,   action_serve, status_serve, schema_serve,
+    edit_serve,
+    load_serve,
+    lock_serve,
+    unlock_serve,
+    commit_serve,
+    check_serve,
+    discard_serve,
+    rollback_serve,
+    compare_serve,
+    commits_serve,
+    show_serve,
+    action_serve,
+    status_serve,
+    schema_serve,
+    cancel_serve,
+    values_serve,
+    control_monitor_serve,
 };
-static_assert(std::size(operations) == CONTROL_SCHEMA + 1);
+static_assert(std::size(operations) == CONTROL_MONITOR + 1);
 
 void control_serve(t_control_connection *p_connection, const t_control_request &request)
 {

@@ -41,8 +41,7 @@ static t_json refusal_head(int64_t id, const t_mgmt_error &error)
     return {{"id", id}, {"ok", false}, {"error", std::move(reason)}};
 }
 
-// Goes on in the loop's next turn.
-static void step_schedule(t_control_connection *p_connection)
+void control_schedule(t_control_connection *p_connection)
 {
     static constexpr timeval at_once = {};  // a timer, so that the loop looks at the sockets in between
     event_add(p_connection->p_step, &at_once);
@@ -66,7 +65,7 @@ void control_answer(t_control_connection *p_connection, const t_mgmt_error &erro
         frame_write(p_connection, head, result.body);
     }
     p_connection->request_id = 0;
-    step_schedule(p_connection);
+    control_schedule(p_connection);
 }
 
 void control_output(t_control_connection *p_connection, std::string_view text)
@@ -79,6 +78,11 @@ void control_output(t_control_connection *p_connection, std::string_view text)
 void control_progress(t_control_connection *p_connection, const std::string &line)
 {
     frame_write(p_connection, {{"id", p_connection->request_id}, {"more", true}, {"progress", line}}, {});
+}
+
+size_t control_unread(const t_control_connection &connection)
+{
+    return evbuffer_get_length(bufferevent_get_output(connection.p_bev));
 }
 
 static void session_close(t_control_connection *p_connection)
@@ -158,7 +162,9 @@ static void connection_free(t_control_connection *p_connection)
 // end.
 static void connection_advance(t_control_connection *p_connection)
 {
-    size_t unread = evbuffer_get_length(bufferevent_get_output(p_connection->p_bev));
+    size_t unread = control_unread(*p_connection);
+    if (p_connection->is_behind)
+        control_monitor_end(p_connection);
     if (p_connection->is_ending) {
         if (unread == 0)
             connection_free(p_connection);
@@ -223,6 +229,7 @@ static void connection_admit(t_control_connection *p_connection, const t_control
     bool has_room = p_control->connections.size() <= MGMT_CONTROL_MAX_SESSIONS;
     if (may && has_room) {
         t_mgmt_user user = {.name = control_user_name(peer.uid), .context = "cli"};
+        p_connection->user = user.name;
         p_connection->session = mgmt_session_open(p_control->p_engine, user);
         bufferevent_enable(p_connection->p_bev, EV_READ | EV_WRITE);
         return;

@@ -5,10 +5,10 @@
 // dropped.
 //
 // A connection has one request under way at a time; what comes meanwhile waits, within bounds. A client that
-// does not take its answers is not served until it has. A frame with sizes outside the limits ends the
-// connection after an answer with the id 0. A client that goes, or shuts down its sending side, ends its
-// session: its lock and its uncommitted edits under the lock go with it, and requests that have not begun are
-// forgotten.
+// does not take its answers is not served until it has; one that monitors and does not take what it is told
+// is told no more. A frame with sizes outside the limits ends the connection after an answer with the id 0. A
+// client that goes, or shuts down its sending side, ends its session: its lock and its uncommitted edits
+// under the lock go with it, and requests that have not begun are forgotten.
 //
 // Owner's thread only. The process ignores SIGPIPE.
 #pragma once
@@ -16,20 +16,9 @@
 #include "mgmtd/control/control_peer.h"
 #include "mgmtd/engine/mgmt_engine.h"
 
-// What the status tells beside what sessions can ask of the engine.
-struct t_mgmt_control_facts {
-    struct t_daemon {
-        std::string name;
-        size_t subscriptions;
-    };
-    std::vector<t_daemon> daemons;    // connected ones
-    std::vector<std::string> alarms;  // lines that the operator must see
-};
-
 struct t_mgmt_control_options {
     std::string path;
-    gid_t group = CONTROL_NO_GROUP;               // members may connect, as administrators
-    std::function<t_mgmt_control_facts()> facts;  // for the status; may be null
+    gid_t group = CONTROL_NO_GROUP;  // members may connect, as administrators
 };
 
 inline constexpr size_t MGMT_CONTROL_MAX_SESSIONS = 32;  // further ones are refused

@@ -67,6 +67,14 @@ TEST(LumoraCli, ACommitAtOnceIsLocked)
     EXPECT_EQ(outcome.result.out, "nothing to commit\n");
     EXPECT_EQ(outcome.requests.at(1), R"({"op":"rollback","number":2})");
 
+    outcome = run_cli("commit comment c --confirmed 2h persist p --persist-id=q",
+                      {done(R"({"changed":true,"commit":3})")});
+    EXPECT_EQ(outcome.result.out, "commit 3 is running\n");
+    EXPECT_EQ(outcome.requests.at(0),
+              R"({"op":"commit","comment":"c","confirm":7200,"persist":"p","persist-id":"q"})");
+    EXPECT_EQ(run_cli("cancel-commit persist-id p", {}).requests.at(0),
+              R"({"op":"cancel-commit","persist-id":"p"})");
+
     outcome = run_cli("configure --set /a 1 --commit x", {done(), refused("/a", "no number")});
     EXPECT_EQ(outcome.result.status, CLI_REFUSED);
     EXPECT_EQ(outcome.result.err, "lumora-cli: /a: no number\n");
@@ -91,7 +99,11 @@ TEST(LumoraCli, ExitStatusTellsWhatWentWrong)
         {"configure --json=1", CLI_USAGE, "lumora-cli: --json takes no value\n"},
         {"rollback x", CLI_USAGE, "lumora-cli: \"x\" is no number of a commit\n"},
         {"rollback", CLI_USAGE, "lumora-cli: N is missing\nUsage: lumora-cli rollback N [OPTION]...\n"},
-        {"show /a /b", CLI_USAGE, "lumora-cli: what is \"/b\"?\n"},
+        {"history x", CLI_USAGE, "lumora-cli: what is \"x\"?\n"},
+        {"commit --confirmed 0", CLI_USAGE, "lumora-cli: \"0\" is no time of up to a week"},
+        {"commit confirmed 10", CLI_USAGE, "lumora-cli: a confirmed commit needs --persist"},
+        {"commit check persist x", CLI_USAGE, "lumora-cli: \"commit check\" takes nothing else\n"},
+        {"-f /nonexistent/script", CLI_LOCAL, "lumora-cli: /nonexistent/script: "},
         {"frobnicate", CLI_USAGE, "lumora-cli: there is no command frobnicate\n"},
         {"check --socket /nonexistent/socket", CLI_NO_CONNECTION,
          "lumora-cli: /nonexistent/socket: No such file or directory\n"},
@@ -180,13 +192,26 @@ TEST(LumoraCli, AnActionsOutputComesBeforeItsAnswer)
     EXPECT_EQ(outcome.result.status, CLI_REFUSED);
 }
 
+TEST(LumoraCli, NotificationsComeUntilTheCount)
+{
+    static constexpr char notification[] =
+        R"({"time":"2024-01-15T10:00:00.000000Z","name":"up","data":{"lumora-x:up":{"peer":"a\u001b"}}})";
+    t_scripted_answer many = {
+        {{R"({"id":ID,"more":true})", notification}, {R"({"id":ID,"more":true})", notification}}};
+    t_outcome outcome = run_cli("monitor --count 1 --from 2024-01-15T00:00:00Z", {many});
+    EXPECT_EQ(outcome.result.status, CLI_DONE) << outcome.result.err;
+    EXPECT_EQ(outcome.result.out, "2024-01-15T10:00:00.000000Z up\n  peer  a\\x1b\n");
+    EXPECT_EQ(outcome.requests.at(0), R"({"op":"monitor","start":1705276800000000})");
+    EXPECT_EQ(run_cli("monitor -j count 1", {many}).result.out, std::string(notification) + '\n');
+}
+
 TEST(LumoraCli, HelpComesFromTheTableGolden)
 {
     EXPECT_EQ(run_command(std::string(LUMORA_CLI) + " rollback --help").out,
               R"(Usage: lumora-cli rollback N [OPTION]...
 
 Gives the candidate the configuration of a commit: 0 is running, 1 the one
-before; "lumora-cli history" lists them. With --commit as in "configure".
+before; "history" lists them. With --commit it is committed, all or nothing.
 
 Options:
   -c, --commit COMMENT  commit, all or nothing
@@ -198,8 +223,14 @@ Exit status: 0 done, 1 refused by the daemon, 2 usage, 3 no connection, 4 a file
 can't be read or written.
 )");
     std::string help = run_command(std::string(LUMORA_CLI) + " --help").out;
-    for (const t_cli_command &command : g_cli_commands)
-        EXPECT_NE(help.find(std::string("\n  ") + command.name + ' '), std::string::npos) << command.name;
+    std::string man = run_command(std::string(LUMORA_CLI) + " --print-man").out;
+    for (const t_cli_command &command : g_cli_commands) {
+        bool is_told = help.find(std::string("\n  ") + command.name + ' ') != std::string::npos;
+        EXPECT_TRUE(is_told || (command.modes & CLI_MODE_SHELL) == 0) << command.name;
+    }
+    for (const char *text :
+         {"\n.SS rename PATH [OPTION]... ", "\n\\fB\\-\\-confirmed\\fR \\fITIME\\fR\n", "fB| match"})
+        EXPECT_NE(man.find(text), std::string::npos) << text;
     for (size_t at = 0, end; (end = help.find('\n', at)) != std::string::npos; at = end + 1)
         EXPECT_LE(end - at, 80u) << help.substr(at, end - at);
 }

@@ -7,6 +7,7 @@
 #include "tests/mgmtd/control/engine_double.h"
 #include "tests/tools/run_command.h"
 
+#include <csignal>
 #include <event2/event.h>
 #include <gtest/gtest.h>
 #include <sys/socket.h>
@@ -45,6 +46,10 @@ TEST(ControlRequest, TakesWhatItsOperationTakes)
         {R"({"id":1,"op":"show","path":"/a\u0000b"})", "", "the \"path\" of show is wrong"},
         {R"({"id":1,"op":"show","from":"elsewhere"})", "", "the \"from\" of show is wrong"},
         {R"({"id":1,"op":"action","action":"a","input":{"n":[]}})", "", "the \"input\" of action is wrong"},
+        {R"({"id":1,"op":"commit","confirm":0})", "", "the \"confirm\" of commit is wrong"},
+        {R"({"id":1,"op":"commit","confirm":604801})", "", "the \"confirm\" of commit is wrong"},
+        {R"({"id":1,"op":"monitor","start":-1})", "", "the \"start\" of monitor is wrong"},
+        {R"({"id":1,"op":"values"})", "", "values needs \"path\""},
         {R"({"id":1,"op":"check","path":"/"})", "", "check takes no \"path\""},
         {R"({"id":1,"op":"check"})", "x", "check takes no body"},
         {R"({"id":1,"op":5})", "", "the request's \"op\" is unknown"},
@@ -77,8 +82,6 @@ static void on_stop(evutil_socket_t, short, void *p_arg)
     event_base_loopbreak(static_cast<event_base *>(p_arg));
 }
 
-static const t_mgmt_control_facts facts = {.daemons = {{"tarnd", 53}}, .alarms = {"commit-7.json: bad"}};
-
 // A server in a thread of its own.
 class ControlServer : public testing::Test {
 protected:
@@ -95,8 +98,8 @@ protected:
         engine.p_base = p_base = event_base_new();
         path = folder.path("socket");
         ASSERT_EQ(pipe(stop), 0);
-        control = mgmt_control_open(
-            p_base, &engine, {.path = path, .group = getegid(), .facts = [] { return facts; }}, &error);
+        signal(SIGPIPE, SIG_IGN);
+        control = mgmt_control_open(p_base, &engine, {.path = path, .group = getegid()}, &error);
         ASSERT_NE(control, nullptr) << error;
     }
 
@@ -195,7 +198,15 @@ TEST_F(ControlServer, AnswersEveryOperation)
         {R"({"op":"action","action":"tarn-clear-policy-acl","input":{"nam":"x"}})", "",
          "/tarn-clear-policy-acl: the action has no parameter \"nam\""},
         {R"({"op":"action","action":"/policy"})", "", "/policy: there is no such action"},
-        {R"({"op":"commit","comment":"c"})", "", R"({"changed":true,"commit":12})"},
+        {R"({"op":"values","path":"/policy/zone"})", "", R"({"values":["a"]})"},
+        {R"({"op":"values","path":"/policy/zone{a}/vpn","prefix":"1"})", "", R"({"values":["1"]})"},
+        {R"({"op":"values","path":"/policy/zone{a}/vpn","prefix":"2"})", "", R"({"values":[]})"},
+        {R"({"op":"values","path":"/policy/zone-pair/source-zone"})", "", R"({"values":["a"]})"},
+        {R"({"op":"values","path":"/policy/app-visibility","prefix":"t"})", "", R"({"values":["true"]})"},
+        {R"({"op":"commit","persist":"p"})", "", ": persist is for a commit that is to be confirmed"},
+        {R"({"op":"cancel-commit","persist-id":"p"})", "", "done"},
+        {R"({"op":"commit","comment":"c","confirm":90,"persist":"p","persist-id":"q"})", "",
+         R"({"changed":true,"commit":12})"},
     };
     for (const auto &row : cases)
         EXPECT_EQ(ask(&client, row.head, row.body), row.answer) << row.head;
@@ -203,10 +214,14 @@ TEST_F(ControlServer, AnswersEveryOperation)
     EXPECT_EQ(warnings, std::vector<std::string>{"tarnd was lost"});
     ask(&client, R"({"op":"action","action":"tarn-dump-filter"})");
     EXPECT_EQ(printed.size(), engine.action_output.size());
-    EXPECT_EQ(ask(&client, R"({"op":"status"})"),
-              R"({"phase":2,"sessions":1,"candidate-changed":false,)"
-              R"("last-commit":{"commit":12,"user":"root","time":"2024-01-15T10:00:00Z","comment":"first"},)"
-              R"("daemons":[{"name":"tarnd","subscriptions":53}],"alarms":["commit-7.json: bad"]})");
+    EXPECT_EQ(
+        ask(&client, R"({"op":"status"})"),
+        R"({"phase":2,"sessions":1,"session":1,"user":")" + control_user_name(geteuid()) +
+            R"(","candidate-changed":false,)"
+            R"("pending-confirm":{"commit":12,"user":"root","session":7,"remaining-seconds":2},)"
+            R"("last-commit":{"commit":12,"user":"root","time":"2024-01-15T10:00:00Z","comment":"first"},)"
+            R"("daemons":[{"name":"tarnd","state":"being told","points":9,"subscriptions":53}],)"
+            R"("alarms":["commit-7.json: bad"]})");
     EXPECT_EQ(
         ask(&client, R"({"op":"schema","path":"/policy/log-frequency"})"),
         R"({"path":"/policy/log-frequency","kind":"leaf","type":"int32","range":"0..2147483647",)"
@@ -217,12 +232,19 @@ TEST_F(ControlServer, AnswersEveryOperation)
         R"({"path":"/tarn-clear-policy-acl","kind":"action",)"
         R"("description":"Zero the counters and policers of access lists for IPv4.",)"
         R"("children":[{"name":"name","kind":"leaf","type":"string","description":"Name; absent means all."}]})");
-    const std::vector<std::string> log = {"1 open root cli", "1 lock",
-                                          "1 edit 1 0",      "1 edit replace 1",
-                                          "1 check",         "1 rollback 3",
-                                          "1 discard",       "1 get all",
-                                          "1 get state",     "1 action tarn-dump-filter w",
-                                          "1 commit c",      "1 action tarn-dump-filter"};
+    const std::vector<std::string> log = {"1 open root cli",
+                                          "1 lock",
+                                          "1 edit 1 0",
+                                          "1 edit replace 1",
+                                          "1 check",
+                                          "1 rollback 3",
+                                          "1 discard",
+                                          "1 get all",
+                                          "1 get state",
+                                          "1 action tarn-dump-filter w",
+                                          "1 cancel p",
+                                          "1 commit c 90000 p q",
+                                          "1 action tarn-dump-filter"};
     std::lock_guard guard(engine.lock);
     if (geteuid() == 0) {
         EXPECT_EQ(engine.log, log);
@@ -253,6 +275,30 @@ TEST_F(ControlServer, ClientThatGoesDuringACommitLeavesNothing)
     close(std::exchange(client.fd, -1));
     EXPECT_TRUE(engine_double_waits_for(&engine, "1 close"));
     EXPECT_EQ(ask(&other, R"({"op":"check"})"), "done");
+}
+
+TEST_F(ControlServer, MonitorTellsUntilTheClientGoesOrIsBehind)
+{
+    engine.stored = {{1, 5, "t", "up", R"({"m:up":{"peer":"a"}})"}};
+    serve();
+    t_cli_client client;
+    connect_client(&client);
+    std::vector<std::string> told;
+    t_cli_listener listener = {.output = [&](std::string_view text) { told.emplace_back(text); },
+                               .progress = nullptr,
+                               .until = [&] { return !told.empty(); }};
+    EXPECT_EQ(cli_client_call(&client, {{"op", "monitor"}, {"start", 5}}, {}, listener).outcome,
+              CLI_ANSWER_INTERRUPTED);
+    EXPECT_EQ(told, std::vector<std::string>{R"({"time":"t","name":"up","data":{"m:up":{"peer":"a"}}})"});
+    close(std::exchange(client.fd, -1));
+    EXPECT_TRUE(engine_double_waits_for(&engine, "1 close"));
+    // Who does not read is told no more.
+    engine.stored.assign(20, {1, 5, "t", "up", '"' + std::string(1'000'000, 'x') + '"'});
+    t_cli_client other;
+    connect_client(&other);
+    std::string bytes = control_frame_bytes(R"({"id":1,"op":"monitor","start":0})", {});
+    ASSERT_EQ(send(other.fd, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+    EXPECT_TRUE(engine_double_waits_for(&engine, "2 unsubscribe 2"));
 }
 
 // What the server says to bytes before it closes the connection.

@@ -119,13 +119,57 @@ void mgmt_check(t_mgmt_engine *p_engine, uint32_t session, f_mgmt_done done)
 
 void mgmt_commit(t_mgmt_engine *p_engine, uint32_t session, t_mgmt_commit_request request)
 {
-    note(p_engine, session, "commit " + request.comment);
+    std::string line = "commit " + request.comment;
+    if (request.confirm)
+        line += ' ' + std::to_string(request.confirm->timeout_ms) + ' ' + request.confirm->persist + ' ' +
+                request.persist_id;
+    note(p_engine, session, line);
     if (p_engine->holds_commits)
         return;
     run_later(p_engine, session, [p_engine, request] {
         request.progress("waiting for tarnd");
         request.done(p_engine->commit_result);
     });
+}
+
+void mgmt_cancel_commit(t_mgmt_engine *p_engine, uint32_t session, const std::string &persist_id,
+                        f_mgmt_done done)
+{
+    noted(p_engine, session, "cancel " + persist_id, std::move(done));
+}
+
+std::optional<t_mgmt_pending_confirm> mgmt_pending_confirm(const t_mgmt_engine &)
+{
+    return t_mgmt_pending_confirm{.number = 12, .user = "root", .session = 7, .remaining_ms = 1001};
+}
+
+std::vector<t_mgmt_daemon_info> mgmt_daemons(const t_mgmt_engine &)
+{
+    return {{.name = "tarnd",
+             .is_ready = true,
+             .points = 9,
+             .subscriptions = 53,
+             .is_told = true,
+             .is_asked = false}};
+}
+
+const std::vector<std::string> &mgmt_alarms(const t_mgmt_engine &engine)
+{
+    return engine.alarms;
+}
+
+uint32_t mgmt_notif_subscribe(t_mgmt_engine *p_engine, uint32_t session, t_mgmt_notif_request request)
+{
+    run_later(p_engine, session, [p_engine, request = std::move(request)] {
+        for (const t_mgmt_notification &notification : p_engine->stored)
+            request.notify(notification);
+    });
+    return ++p_engine->last_subscription;
+}
+
+void mgmt_notif_unsubscribe(t_mgmt_engine *p_engine, uint32_t subscription)
+{
+    note(p_engine, p_engine->last_session, "unsubscribe " + std::to_string(subscription));
 }
 
 const std::vector<t_mgmt_commit_info> &mgmt_commits(const t_mgmt_engine &engine)

@@ -19,12 +19,15 @@ struct t_mgmt_engine {
     std::string running_json = "{}";
     std::string action_output;
     std::vector<t_mgmt_commit_info> commits;
+    std::vector<t_mgmt_notification> stored;  // all are replayed
 
     // What it was asked, as lines.
     std::mutex lock;
     std::vector<std::string> log;
     std::vector<uint32_t> closed;  // sessions
     uint32_t last_session = 0;
+    uint32_t last_subscription = 0;
+    std::vector<std::string> alarms = {"commit-7.json: bad"};
 };
 
 // Waits until the log has this line. False after ten seconds.
