@@ -5,6 +5,10 @@
 #include "mgmtd/engine/mgmt_engine.h"
 #include "mgmtd/ipc/ipc_access.h"
 #include "mgmtd/ipc/ipc_server.h"
+#include "mgmtd/netconf/mgmt_netconf.h"
+#include "mgmtd/netconf/netconf_modules.h"
+#include "mgmtd/rights/mgmt_users.h"
+#include "mgmtd/snmp/mgmt_snmp.h"
 
 #include "common/lum_log.h"
 
@@ -14,8 +18,10 @@
 #include <event2/event.h>
 #include <filesystem>
 #include <getopt.h>
+#include <iostream>
 #include <sys/resource.h>
 #include <syslog.h>
+#include <termios.h>
 #include <unistd.h>
 
 static constexpr const char *default_folder = "/var/lib/mgmtd";
@@ -28,8 +34,14 @@ struct t_options {
     std::string control = CONTROL_SOCKET;
     std::string control_group;
     std::string check;
+    std::string netconf_address = NETCONF_ADDRESS;
+    std::string netconf_socket = NETCONF_SOCKET;
+    std::string host_key;  // empty: in the folder
     unsigned long port = IPC_DEFAULT_PORT;
+    unsigned long netconf_port = NETCONF_PORT;
+    bool has_netconf = true;
     bool foreground = false;
+    bool hashes_password = false;
     bool supply_vrf_ids = true;
     bool supply_read_priority = true;
 };
@@ -45,14 +57,21 @@ static void usage(FILE *p_out)
             "  --port N            port of the daemons, 0 for any (%u)\n"
             "  --access-file FILE  secret of the daemons, made if missing (%s)\n"
             "  --control PATH      control socket of lumora-cli (%s)\n"
-            "  --control-group G   group whose members may use it, beside root\n"
+            "  --control-group G   group whose members may use it and NETCONF's socket, beside root\n"
+            "  --netconf-address A address of NETCONF over SSH (%s)\n"
+            "  --netconf-port N    its port, 0 for any (%u)\n"
+            "  --host-key FILE     its key, made if missing (ssh_host_key in the folder)\n"
+            "  --netconf-socket P  local socket of NETCONF (%s)\n"
+            "  --no-netconf        neither of them\n"
             "  --no-vrf-ids        other daemons supply the VPNs' table numbers\n"
             "  --no-read-priority  other daemons supply the order of first reading\n"
+            "  --hash-password     print the hash of a password from standard input and exit\n"
             "  --check FILE        check a stored configuration and exit: 0 good, 1 bad\n"
             "  -f                  stay in the foreground, log to standard error too\n"
             "  --help              this text\n",
             default_folder, MGMTD_YANG_FOLDER, static_cast<unsigned int>(IPC_DEFAULT_PORT),
-            default_access_file, CONTROL_SOCKET);
+            default_access_file, CONTROL_SOCKET, NETCONF_ADDRESS, static_cast<unsigned int>(NETCONF_PORT),
+            NETCONF_SOCKET);
 }
 
 enum e_option {
@@ -62,28 +81,63 @@ enum e_option {
     OPTION_ACCESS,
     OPTION_CONTROL,
     OPTION_CONTROL_GROUP,
+    OPTION_NETCONF_ADDRESS,
+    OPTION_NETCONF_PORT,
+    OPTION_HOST_KEY,
+    OPTION_NETCONF_SOCKET,
+    OPTION_NO_NETCONF,
+    OPTION_HASH,
     OPTION_CHECK,
     OPTION_VRF,
     OPTION_READ
 };
 
-static constexpr option long_options[] = {{"folder", required_argument, nullptr, OPTION_FOLDER},
-                                          {"yang", required_argument, nullptr, OPTION_YANG},
-                                          {"port", required_argument, nullptr, OPTION_PORT},
-                                          {"access-file", required_argument, nullptr, OPTION_ACCESS},
-                                          {"control", required_argument, nullptr, OPTION_CONTROL},
-                                          {"control-group", required_argument, nullptr, OPTION_CONTROL_GROUP},
-                                          {"check", required_argument, nullptr, OPTION_CHECK},
-                                          {"no-vrf-ids", no_argument, nullptr, OPTION_VRF},
-                                          {"no-read-priority", no_argument, nullptr, OPTION_READ},
-                                          {"help", no_argument, nullptr, 'h'},
-                                          {nullptr, 0, nullptr, 0}};
+static constexpr option long_options[] = {
+    {"folder", required_argument, nullptr, OPTION_FOLDER},
+    {"yang", required_argument, nullptr, OPTION_YANG},
+    {"port", required_argument, nullptr, OPTION_PORT},
+    {"access-file", required_argument, nullptr, OPTION_ACCESS},
+    {"control", required_argument, nullptr, OPTION_CONTROL},
+    {"control-group", required_argument, nullptr, OPTION_CONTROL_GROUP},
+    {"netconf-address", required_argument, nullptr, OPTION_NETCONF_ADDRESS},
+    {"netconf-port", required_argument, nullptr, OPTION_NETCONF_PORT},
+    {"host-key", required_argument, nullptr, OPTION_HOST_KEY},
+    {"netconf-socket", required_argument, nullptr, OPTION_NETCONF_SOCKET},
+    {"no-netconf", no_argument, nullptr, OPTION_NO_NETCONF},
+    {"hash-password", no_argument, nullptr, OPTION_HASH},
+    {"check", required_argument, nullptr, OPTION_CHECK},
+    {"no-vrf-ids", no_argument, nullptr, OPTION_VRF},
+    {"no-read-priority", no_argument, nullptr, OPTION_READ},
+    {"help", no_argument, nullptr, 'h'},
+    {nullptr, 0, nullptr, 0}};
 
 static bool port_read(const char *text, unsigned long *p_port)
 {
     char *p_end = nullptr;
     *p_port = strtoul(text, &p_end, 10);
     return *text >= '0' && *text <= '9' && *p_end == '\0' && *p_port <= UINT16_MAX;
+}
+
+static bool option_take_netconf(int option, t_options *p_options)
+{
+    switch (option) {
+    case OPTION_NETCONF_ADDRESS:
+        p_options->netconf_address = optarg;
+        return true;
+    case OPTION_NETCONF_PORT:
+        return port_read(optarg, &p_options->netconf_port);
+    case OPTION_HOST_KEY:
+        p_options->host_key = optarg;
+        return true;
+    case OPTION_NETCONF_SOCKET:
+        p_options->netconf_socket = optarg;
+        return true;
+    case OPTION_NO_NETCONF:
+        p_options->has_netconf = false;
+        return true;
+    default:
+        return false;
+    }
 }
 
 static bool option_take(int option, t_options *p_options)
@@ -106,6 +160,9 @@ static bool option_take(int option, t_options *p_options)
     case OPTION_CONTROL_GROUP:
         p_options->control_group = optarg;
         return true;
+    case OPTION_HASH:
+        p_options->hashes_password = true;
+        return true;
     case OPTION_CHECK:
         p_options->check = optarg;
         return true;
@@ -119,7 +176,7 @@ static bool option_take(int option, t_options *p_options)
         p_options->foreground = true;
         return true;
     default:
-        return false;
+        return option_take_netconf(option, p_options);
     }
 }
 
@@ -144,6 +201,9 @@ static t_options options_read(int argc, char **argv)
     // The program leaves its folder when it goes to the background.
     options.folder = std::filesystem::absolute(options.folder);
     options.access_file = std::filesystem::absolute(options.access_file);
+    options.netconf_socket = std::filesystem::absolute(options.netconf_socket);
+    options.host_key = options.host_key.empty() ? options.folder + "/ssh_host_key"
+                                                : std::filesystem::absolute(options.host_key).string();
     return options;
 }
 
@@ -166,7 +226,7 @@ static bool model_load(const t_options &options, t_model *p_model)
     std::string error;
     std::vector<std::string> errors;
     p_model->context = schema_context_new(options.yang, &error);
-    if (p_model->context == nullptr)
+    if (p_model->context == nullptr || !netconf_modules_load(p_model->context.get(), &error))
         return complain(options.yang + ": " + error);
     p_model->index = schema_index_new(p_model->context.get(), &errors);
     return p_model->index != nullptr || complain(errors.empty() ? "the model has faults" : errors.front());
@@ -183,18 +243,44 @@ static int check(const t_options &options, const t_model &model)
     return 1;
 }
 
+// What an operator types does not appear on the terminal.
+static int password_hash()
+{
+    termios before = {};
+    bool is_terminal = tcgetattr(STDIN_FILENO, &before) == 0;
+    termios quiet = before;
+    quiet.c_lflag &= ~static_cast<tcflag_t>(ECHO);
+    if (is_terminal)
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &quiet);
+    std::string password;
+    bool has_line = static_cast<bool>(std::getline(std::cin, password));
+    if (is_terminal)
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &before);
+    std::string hash = has_line && !password.empty() ? mgmt_password_hash(password) : "";
+    if (hash.empty()) {
+        fprintf(stderr, "mgmtd: no password on standard input\n");
+        return 1;
+    }
+    printf("%s\n", hash.c_str());
+    return 0;
+}
+
 // ---- Running ----
 
 // All that stands while the daemon runs, taken down from the last to the first.
 struct t_parts {
     t_model model;
     event_base *p_base = nullptr;
+    mgmt_snmp_ptr snmp;
     mgmt_engine_ptr engine;
     ipc_server_ptr server;
     mgmt_control_ptr control;
+    mgmt_netconf_ptr netconf;
+    bool is_stopping = false;
 
     ~t_parts()
     {
+        netconf.reset();
         control.reset();
         server.reset();
         engine.reset();
@@ -206,12 +292,17 @@ struct t_parts {
 static bool engine_open(const t_options &options, t_parts *p_parts)
 {
     t_mgmt_error error;
+    p_parts->snmp = mgmt_snmp_new(
+        {.running = [p_parts] { return mgmt_tree_of(p_parts->engine.get(), MGMT_DS_RUNNING); },
+         .oid_of = nullptr});
     p_parts->engine =
         mgmt_engine_new(p_parts->p_base, p_parts->model.index.get(), p_parts->model.context.get(),
                         {.store_folder = options.folder,
                          .supply_vrf_ids = options.supply_vrf_ids,
                          .supply_read_priority = options.supply_read_priority,
-                         .now_ms = nullptr},
+                         .now_ms = nullptr,
+                         .p_snmp = &g_mgmt_snmp_ops,
+                         .p_snmp_ctx = p_parts->snmp.get()},
                         &error);
     return p_parts->engine != nullptr || complain(mgmt_error_text(error));
 }
@@ -229,11 +320,28 @@ static bool server_open(const t_options &options, t_parts *p_parts)
 static bool control_open(const t_options &options, t_parts *p_parts)
 {
     std::string error;
-    t_mgmt_control_options control = {.path = options.control, .facts = nullptr};
+    t_mgmt_control_options control = {.path = options.control};
     if (!options.control_group.empty() && !control_group_find(options.control_group, &control.group))
         return complain("there is no group " + options.control_group);
     p_parts->control = mgmt_control_open(p_parts->p_base, p_parts->engine.get(), control, &error);
     return p_parts->control != nullptr || complain(error);
+}
+
+static bool netconf_open(const t_options &options, t_parts *p_parts)
+{
+    std::string error;
+    t_mgmt_netconf_options netconf = {.address = options.netconf_address,
+                                      .port = static_cast<int>(options.netconf_port),
+                                      .host_key = options.host_key,
+                                      .socket = options.netconf_socket,
+                                      .group = CONTROL_NO_GROUP};
+    if (!options.has_netconf)
+        return true;
+    if (!options.control_group.empty() && !control_group_find(options.control_group, &netconf.group))
+        return complain("there is no group " + options.control_group);
+    p_parts->netconf =
+        mgmt_netconf_open(p_parts->engine.get(), p_parts->model.context.get(), netconf, &error);
+    return p_parts->netconf != nullptr || complain(error);
 }
 
 // In the order in which they are needed. Operators' sides (control socket, NETCONF) come after the server,
@@ -242,12 +350,20 @@ static bool parts_open(const t_options &options, t_parts *p_parts)
 {
     p_parts->p_base = event_base_new();
     return p_parts->p_base != nullptr && engine_open(options, p_parts) && server_open(options, p_parts) &&
-           control_open(options, p_parts);
+           control_open(options, p_parts) && netconf_open(options, p_parts);
 }
 
+// NETCONF's sessions still ask the engine while they end.
 static void stop(evutil_socket_t, short, void *p_ctx)
 {
-    event_base_loopbreak(static_cast<event_base *>(p_ctx));
+    t_parts *p_parts = static_cast<t_parts *>(p_ctx);
+    if (std::exchange(p_parts->is_stopping, true))
+        return;
+    LUM_LOG(LUM_LOG_NOTICE, "Stopping");
+    if (p_parts->netconf == nullptr)
+        event_base_loopbreak(p_parts->p_base);
+    else
+        mgmt_netconf_stop(p_parts->netconf.get(), [p_parts] { event_base_loopbreak(p_parts->p_base); });
 }
 
 static void limits_set()
@@ -270,15 +386,19 @@ static int run(const t_options &options, t_parts *p_parts)
         return 1;
     if (event_reinit(p_parts->p_base) != 0)
         return 1;
-    event *p_term = evsignal_new(p_parts->p_base, SIGTERM, stop, p_parts->p_base);
-    event *p_int = evsignal_new(p_parts->p_base, SIGINT, stop, p_parts->p_base);
+    event *p_term = evsignal_new(p_parts->p_base, SIGTERM, stop, p_parts);
+    event *p_int = evsignal_new(p_parts->p_base, SIGINT, stop, p_parts);
     if (p_term == nullptr || p_int == nullptr || evsignal_add(p_term, nullptr) != 0 ||
         evsignal_add(p_int, nullptr) != 0)
         return 1;
+    std::string error;
+    if (p_parts->netconf != nullptr && !mgmt_netconf_start(p_parts->netconf.get(), &error)) {
+        complain(error);
+        return 1;
+    }
     mgmt_engine_set_phase(p_parts->engine.get(), 2);
     LUM_LOG(LUM_LOG_NOTICE, "Running, port %u", static_cast<unsigned int>(ipc_server_port(*p_parts->server)));
     event_base_dispatch(p_parts->p_base);
-    LUM_LOG(LUM_LOG_NOTICE, "Stopping");
     event_free(p_term);
     event_free(p_int);
     return 0;
@@ -287,6 +407,8 @@ static int run(const t_options &options, t_parts *p_parts)
 int main(int argc, char **argv)
 {
     t_options options = options_read(argc, argv);
+    if (options.hashes_password)
+        return password_hash();
     openlog("mgmtd", LOG_PID | (options.foreground ? LOG_PERROR : 0), LOG_LOCAL7);
     t_parts parts;
     if (!model_load(options, &parts.model))

@@ -4,6 +4,9 @@
 // its callback, before or after mgmt_rpc_run has returned, exactly once, unless the session is closed before.
 // Rights are asked here, at one place, for every operation, its data, and every notification.
 //
+// Sessions of one server share a record: what netconf-state tells, whom a lock's error names, and the rights,
+// which are compiled once for each running configuration.
+//
 // The transport (mgmtd/netconf) parses the rpc, hands it over, and sends what comes back; it serves
 // close-session and kill-session itself after mgmt_rpc_may. get-schema is served here.
 #pragma once
@@ -12,6 +15,9 @@
 #include "mgmtd/rights/mgmt_rights.h"
 
 struct t_mgmt_rpc_session;
+struct t_netconf_monitor;  // mgmtd/netconf/netconf_monitor.h
+struct t_mgmt_rpc_server;
+using mgmt_rpc_server_ptr = std::shared_ptr<t_mgmt_rpc_server>;
 
 struct t_mgmt_rpc_session_deleter {
     void operator()(t_mgmt_rpc_session *p_session) const;
@@ -47,7 +53,7 @@ struct t_mgmt_rpc_reply {
 using f_mgmt_rpc_done = std::function<void(t_mgmt_rpc_reply)>;
 
 // How a session's notifications leave: called on the owner's thread with the notification's tree (the
-// receiver's own) and its event time. stream_end tells that a subscription with a stop time is complete.
+// receiver's own) and its event time; replayComplete and notificationComplete come the same way.
 struct t_mgmt_rpc_stream {
     std::function<void(lyd_ptr notification, const std::string &time)> notify;
 };
@@ -56,6 +62,24 @@ struct t_mgmt_rpc_stream {
 // name (lock-denied) and kill-session takes. stream may have a null function: no subscriptions then.
 mgmt_rpc_session_ptr mgmt_rpc_session_open(t_mgmt_engine *p_engine, const std::string &user, bool is_recovery,
                                            uint32_t netconf_id, t_mgmt_rpc_stream stream);
+
+// ---- The server as a whole ----
+
+// Whether an XML text may be given to the parser: false for a document type, an entity declaration, more than
+// MGMT_RPC_MAX_DEPTH open elements, and for a namespace that is taken away (xmlns="", xmlns:p=""), since
+// libyang 2.1.30 crashes on two siblings of one name in no namespace. Every message that comes from outside
+// has to pass. The text need not be well formed.
+inline constexpr size_t MGMT_RPC_MAX_DEPTH = 64;
+[[nodiscard]] bool mgmt_rpc_xml_is_sane(std::string_view text);
+
+// One for a server, made before its first session. The transport's record (null: none) is what netconf-state
+// shows of sessions and counters; it must outlive the sessions.
+mgmt_rpc_server_ptr mgmt_rpc_server_new(const t_netconf_monitor *p_monitor);
+
+// Makes a fresh session one of the server's. A session that joins none is its own server's only one.
+void mgmt_rpc_session_join(t_mgmt_rpc_session *p_session, const mgmt_rpc_server_ptr &server);
+
+// ---- Operations ----
 
 // Runs one rpc. p_rpc is the operation's node (for an action the top of its data, as the library has parsed
 // it) and must stay until done. Groups of the user are looked up anew for each.
