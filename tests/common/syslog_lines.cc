@@ -2,9 +2,11 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <mutex>
 #include <ostream>
 #include <utility>
 
+static std::mutex g_lock;  // threads log, too
 static std::vector<t_syslog_line> g_lines;
 
 std::ostream &operator<<(std::ostream &out, const t_syslog_line &line)
@@ -14,6 +16,7 @@ std::ostream &operator<<(std::ostream &out, const t_syslog_line &line)
 
 std::vector<t_syslog_line> syslog_lines_take()
 {
+    std::lock_guard guard(g_lock);
     return std::exchange(g_lines, {});
 }
 
@@ -25,6 +28,7 @@ extern "C" __attribute__((format(printf, 2, 3))) void __wrap_syslog(int priority
     vsnprintf(text, sizeof(text), format, args);
     va_end(args);
     std::string line = text;
+    std::lock_guard guard(g_lock);
     size_t prefix_end = line.find("]: ");
     g_lines.push_back({priority, prefix_end == std::string::npos ? line : line.substr(prefix_end + 3)});
 }

@@ -2,6 +2,7 @@
 
 #include "platform/confd/confd_cdb.h"
 #include "platform/confd/confd_maapi.h"
+#include "platform/confd/double/confd_double_private.h"
 
 #include <algorithm>
 #include <arpa/inet.h>
@@ -23,6 +24,7 @@ struct t_double {
     std::vector<t_confd_call> calls;
     std::map<int, std::string> cli_text;
     std::map<std::string, int16_t> int16_values;
+    std::map<std::string, std::string> text_values;
     std::map<std::string, int> failures;
     int last_errno;
     std::map<std::pair<uint32_t, std::string>, std::unique_ptr<confd_type>> types;
@@ -49,7 +51,10 @@ static bool record(const char *function, int sock, const std::string &text)
     return true;
 }
 
-__attribute__((format(printf, 1, 0))) static std::string formatted(const char *fmt, va_list args)
+// Paths are formats too, but not printf's; those that come here hold only what both know.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wformat-nonliteral"
+static std::string formatted(const char *fmt, va_list args)
 {
     va_list again;
     va_copy(again, args);
@@ -58,6 +63,25 @@ __attribute__((format(printf, 1, 0))) static std::string formatted(const char *f
     vsnprintf(text.data(), text.size() + 1, fmt, again);
     va_end(again);
     return text;
+}
+#pragma GCC diagnostic pop
+
+bool confd_double_record(const char *function, int sock, const std::string &text)
+{
+    return record(function, sock, text);
+}
+
+std::string confd_double_formatted(const char *fmt, va_list args)
+{
+    return formatted(fmt, args);
+}
+
+bool confd_double_text(const std::string &path, std::string *p_text)
+{
+    auto found = state().text_values.find(path);
+    if (found != state().text_values.end())
+        *p_text = found->second;
+    return found != state().text_values.end();
 }
 
 void confd_double_reset()
@@ -79,6 +103,11 @@ std::string confd_double_cli_text(int usess)
 void confd_double_set_int16(const std::string &path, int16_t value)
 {
     state().int16_values[path] = value;
+}
+
+void confd_double_set_text(const std::string &path, const std::string &value)
+{
+    state().text_values[path] = value;
 }
 
 void confd_double_fail(const std::string &function, int count)
@@ -154,6 +183,42 @@ int cdb_get_int16(int sock, int16_t *rval, const char *fmt, ...)
     if (record("cdb_get_int16", sock, path) || found == state().int16_values.end())
         return CONFD_ERR;
     *rval = found->second;
+    return CONFD_OK;
+}
+
+static std::string key_text(const confd_value_t &key)
+{
+    switch (key.type) {
+    case C_BUF:
+        return {reinterpret_cast<const char *>(key.val.buf.ptr), key.val.buf.size};
+    case C_UINT64:
+        return std::to_string(key.val.u64);
+    case C_ENUM_VALUE:
+        return std::to_string(key.val.enumvalue);
+    default:
+        return "?";
+    }
+}
+
+// Only keys are filled in, each a %x.
+static std::string path_of_keys(const char *fmt, va_list args)
+{
+    std::string path = fmt;
+    for (size_t at = path.find("%x"); at != std::string::npos; at = path.find("%x", at))
+        path.replace(at, 2, key_text(*va_arg(args, const confd_value_t *)));
+    return path;
+}
+
+int cdb_get_str(int sock, char *rval, int n, const char *fmt, ...)
+{
+    va_list args;
+    va_start(args, fmt);
+    std::string path = path_of_keys(fmt, args);
+    va_end(args);
+    auto found = state().text_values.find(path);
+    if (record("cdb_get_str", sock, path) || found == state().text_values.end())
+        return CONFD_ERR;
+    snprintf(rval, static_cast<size_t>(n), "%s", found->second.c_str());
     return CONFD_OK;
 }
 

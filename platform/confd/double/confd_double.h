@@ -25,6 +25,7 @@ std::string confd_double_cli_text(int usess);
 
 // What a reading of that path gives; a path without a value gives CONFD_ERR.
 void confd_double_set_int16(const std::string &path, int16_t value);
+void confd_double_set_text(const std::string &path, const std::string &value);
 
 // The next `count` calls of a function fail. maapi_cli_vprintf counts, and is recorded, as maapi_cli_printf.
 void confd_double_fail(const std::string &function, int count);
