@@ -1,4 +1,13 @@
 // Access lists: rule tables of one address family, bound to interfaces in one direction.
+//
+// A list owns its rules, its bindings and its program, and belongs to no VPN list. Rules hold counted
+// references to prefix lists, application lists, policers, mirrors and counters, and give them back when they
+// go. Configuration only marks a list; the pass compiles it and tells all of its bindings
+// (tarn_intf_config.h). Bindings themselves are told at once. Main thread only.
+//
+// filter_id shows what FTM was told last. It outlives the program of a list that has lost its rules: that id
+// is withdrawn once more at the next change, and until then FTM's replay and new bindings announce it, even
+// when the slot has gone to another program.
 #pragma once
 
 #include "common/dll.h"

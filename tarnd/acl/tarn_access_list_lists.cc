@@ -1,11 +1,11 @@
 #include "tarnd/acl/tarn_access_list_lists.h"
 
 #include "common/strlcpy.h"
+#include "tarnd/acl/tarn_access_list_private.h"
 #include "tarnd/config/tarn_pfx_list.h"
 #include "tarnd/core/tarn.h"
 
 #include <cerrno>
-#include <cstdlib>
 
 t_tarn_access_list *tarn_access_list_find(const t_tarn *p_tarn, const char *name, e_tarn_af_type af_type)
 {
@@ -17,36 +17,6 @@ t_tarn_access_list *tarn_access_list_find(const t_tarn *p_tarn, const char *name
     return static_cast<t_tarn_access_list *>(avl_find(p_tree, &wanted));
 }
 
-// Raises the count of the record that equals `wanted`, or adds a copy of it. Without memory the use is not
-// counted.
-template <typename t_ctx>
-static void count_up(avl_tree_t *p_tree, const t_ctx &wanted)
-{
-    auto *p_ctx = static_cast<t_ctx *>(avl_find(p_tree, &wanted));
-    if (p_ctx == nullptr) {
-        p_ctx = static_cast<t_ctx *>(calloc(1, sizeof(t_ctx)));
-        if (p_ctx == nullptr)
-            return;
-        *p_ctx = wanted;
-        if (avl_insert(p_tree, p_ctx) != 0) {
-            free(p_ctx);
-            return;
-        }
-    }
-    p_ctx->ref_count++;
-}
-
-// Lowers the count of the record that equals `wanted`, if there is one; at 0 the record goes.
-template <typename t_ctx>
-static void count_down(avl_tree_t *p_tree, const t_ctx &wanted)
-{
-    auto *p_ctx = static_cast<t_ctx *>(avl_find(p_tree, &wanted));
-    if (p_ctx == nullptr || --p_ctx->ref_count > 0)
-        return;
-    avl_remove(p_tree, p_ctx);
-    free(p_ctx);
-}
-
 int tarn_intf_config_add_pfx_list_to_acl(t_tarn *p_tarn, const char *pfx_list_name,
                                          t_tarn_access_list *p_access_list)
 {
@@ -55,8 +25,8 @@ int tarn_intf_config_add_pfx_list_to_acl(t_tarn *p_tarn, const char *pfx_list_na
     t_tarn_pfx_list *p_list = tarn_pfx_list_find(p_tarn, pfx_list_name, TARN_POLICY_PFX_LIST_TYPE_LOCAL);
     if (p_list == nullptr)
         return ENOENT;
-    count_up<t_tarn_pfx_access_ctx>(&p_list->access_list_db, {{}, p_access_list, 0});
-    count_up<t_tarn_access_pfx_ctx>(&p_access_list->pfx_list_db, {{}, p_list, 0});
+    tarn_access_list_count_up<t_tarn_pfx_access_ctx>(&p_list->access_list_db, {{}, p_access_list, 0});
+    tarn_access_list_count_up<t_tarn_access_pfx_ctx>(&p_access_list->pfx_list_db, {{}, p_list, 0});
     return 0;
 }
 
@@ -68,7 +38,7 @@ int tarn_intf_config_remove_pfx_list_from_acl(t_tarn *p_tarn, const char *pfx_li
     t_tarn_pfx_list *p_list = tarn_pfx_list_find(p_tarn, pfx_list_name, TARN_POLICY_PFX_LIST_TYPE_LOCAL);
     if (p_list == nullptr)
         return 0;
-    count_down<t_tarn_pfx_access_ctx>(&p_list->access_list_db, {{}, p_access_list, 0});
-    count_down<t_tarn_access_pfx_ctx>(&p_access_list->pfx_list_db, {{}, p_list, 0});
+    tarn_access_list_count_down<t_tarn_pfx_access_ctx>(&p_list->access_list_db, {{}, p_access_list, 0});
+    tarn_access_list_count_down<t_tarn_access_pfx_ctx>(&p_access_list->pfx_list_db, {{}, p_list, 0});
     return 0;
 }

@@ -177,7 +177,10 @@ int tarn_config_app_list_delete_app(t_tarn *p_tarn, const char *p_list_name, e_t
                                     e_tarn_dpi_app_list_type type, const char *p_app_name)
 {
     t_tarn_dpi_app_list *p_list = tarn_app_list_find(p_tarn, p_list_name, loc);
-    if (p_list == nullptr || p_list->type != type)
+    if (p_list == nullptr)
+        return ENOENT;
+    // A list of which no name is known has no type yet.
+    if (p_list->type != type && p_list->type != TARN_DPI_TYPE_INVALID)
         return ENOENT;
     uint32_t id = member_id(type, p_app_name);
     t_tarn_dpi_app *p_app = id != 0 ? find_member(p_list, id) : nullptr;

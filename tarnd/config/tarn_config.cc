@@ -1,4 +1,5 @@
 #include "fp_api/fp_tables.h"
+#include "tarnd/acl/tarn_intf_config.h"
 #include "tarnd/config/tarn_app_list.h"
 #include "tarnd/config/tarn_mirror.h"
 #include "tarnd/config/tarn_pfx_list.h"
@@ -6,6 +7,7 @@
 #include "tarnd/config/tarn_policy_private.h"
 #include "tarnd/config/tarn_tloc_list.h"
 #include "tarnd/core/tarn.h"
+#include "tarnd/zone/tarn_zbf.h"
 
 #include <cerrno>
 #include <cstring>
@@ -88,6 +90,9 @@ int tarn_config_init(t_tarn *p_tarn)
                offsetof(t_tarn_tloc_list, avl_node));
     avl_create(&p_tarn->dpi_app_list_db, tarn_dpi_app_list_cmp, sizeof(t_tarn_dpi_app_list),
                offsetof(t_tarn_dpi_app_list, avl_node));
+    avl_create(&p_tarn->zone_db, tarn_zone_key_cmp, sizeof(t_tarn_zone), offsetof(t_tarn_zone, avl_node));
+    avl_create(&p_tarn->zone_pair_db, tarn_zone_pair_key_cmp, sizeof(t_tarn_zone_pair),
+               offsetof(t_tarn_zone_pair, avl_node));
     p_tarn->flow_p = g_fp_filter_flow_enable_knob;
     return 0;
 }
@@ -103,8 +108,22 @@ static void delete_policies(t_tarn *p_tarn)
     avl_destroy(&p_tarn->policy_db);
 }
 
+static void delete_access_lists(t_tarn *p_tarn, avl_tree_t *p_lists)
+{
+    void *p_next = nullptr;
+    for (void *p = avl_first(p_lists); p != nullptr; p = p_next) {
+        p_next = avl_walk(p_lists, p);
+        const t_tarn_access_list_key &key = static_cast<t_tarn_access_list *>(p)->key;
+        tarn_access_list_delete(p_tarn, key.name, key.af_type);
+    }
+    avl_destroy(p_lists);
+}
+
 void tarn_config_destroy(t_tarn *p_tarn)
 {
+    delete_access_lists(p_tarn, &p_tarn->access_list_db);
+    delete_access_lists(p_tarn, &p_tarn->access_list6_db);
+    tarn_config_zbf_destroy(p_tarn);
     delete_policies(p_tarn);
     tarn_vpn_list_destroy(p_tarn);
     tarn_config_app_list_destroy(p_tarn);

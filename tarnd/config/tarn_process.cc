@@ -4,6 +4,7 @@
 #include "common/priority_timers.h"
 #include "fp_api/fp_scaling.h"
 #include "lconfd/lconfd_api.h"
+#include "tarnd/acl/tarn_intf_config.h"
 #include "tarnd/compiler/tarn_compiler.h"
 #include "tarnd/config/tarn_flow.h"
 #include "tarnd/config/tarn_rule.h"
@@ -12,6 +13,7 @@
 #include "tarnd/dpi/tarn_dpi.h"
 #include "tarnd/oper/tarn_notify.h"
 #include "tarnd/peers/tarn_ftm.h"
+#include "tarnd/zone/tarn_zbf.h"
 
 #include <cerrno>
 #include <cinttypes>
@@ -22,7 +24,13 @@ static constexpr int64_t filter_block_size = 128;
 
 int tarn_process_config(t_tarn *p_tarn)
 {
-    return avl_foreach(&p_tarn->policy_db, tarn_process_policy, p_tarn, nullptr);
+    int status = avl_foreach(&p_tarn->policy_db, tarn_process_policy, p_tarn, nullptr);
+    if (status == 0)
+        status = avl_foreach(&p_tarn->access_list_db, tarn_process_access_list, p_tarn, nullptr);
+    if (status == 0)
+        status = avl_foreach(&p_tarn->access_list6_db, tarn_process_access_list, p_tarn, nullptr);
+    // Last, since pairs of zones carry the filter ids of policies.
+    return status == 0 ? tarn_process_zbf_config(p_tarn) : status;
 }
 
 void tarn_confd_sub_end_cb(t_lconfd_context *p_lconfd_ctx, int)

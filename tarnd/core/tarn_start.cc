@@ -8,13 +8,16 @@
 #include "lconfd/lconfd_api.h"
 #include "platform/confd/confd_maapi.h"
 #include "sysmgr/sysmgr_app.h"
+#include "tarnd/acl/tarn_intf_config.h"
 #include "tarnd/compiler/tarn_context.h"
 #include "tarnd/compiler/tarn_mem_mgr.h"
 #include "tarnd/config/tarn_class.h"
+#include "tarnd/config/tarn_confd.h"
 #include "tarnd/config/tarn_policy.h"
 #include "tarnd/core/tarn_main.h"
 #include "tarnd/core/tarn_system_message.h"
 #include "tarnd/dpi/tarn_dpi.h"
+#include "tarnd/filter/tarn_if_octeon_zbf.h"
 #include "tarnd/peers/tarn_ftm.h"
 #include "tarnd/peers/tarn_ttm.h"
 
@@ -96,6 +99,14 @@ static int register_filter_memory(t_tarn *p_tarn)
     return 0;
 }
 
+// The daemon alone writes the zone tables; what its last run left in them is gone.
+static int empty_zone_tables(t_tarn *)
+{
+    fp_zbf_pair_global_init();
+    fp_vpn_zone_global_init();
+    return 0;
+}
+
 static int create_context(t_tarn *p_tarn)
 {
     p_tarn->p_context = tarn_context_create();
@@ -165,6 +176,9 @@ static const f_tarn_stop after_ttm[] = {
 static const f_tarn_stop after_context[] = {
     delete_context,      stop_ttm,    stop_ftm,    tarn_sla_class_destroy, tarn_class_destroy,
     tarn_config_destroy, stop_filter, stop_timers, tarn_event_destroy};
+static const f_tarn_stop after_confd[] = {
+    tarn_confd_destroy, delete_context,      stop_ttm,    stop_ftm,    tarn_sla_class_destroy,
+    tarn_class_destroy, tarn_config_destroy, stop_filter, stop_timers, tarn_event_destroy};
 
 static const t_tarn_start_step start_steps[] = {
     {"host name", name_host, {}},
@@ -175,22 +189,25 @@ static const t_tarn_start_step start_steps[] = {
     {"timers", start_timers, after_event},
     {"filter memory", start_filter, after_timers},
     {"program memory", register_filter_memory, {}},
+    {"zone tables", empty_zone_tables, {}},
     {"application catalogue", tarn_dpi_begin_start, {}},
     {"classes", tarn_class_init, after_filter},
     {"SLA classes", tarn_sla_class_init, after_classes},
     {"store", tarn_config_init, after_sla_classes},
+    {"access lists", tarn_intf_config_init, after_config},
     {"FTM", tarn_ftm_init, after_config},
     {"TTM", tarn_ttm_init, after_ftm},
     {"compiler context", create_context, after_ttm},
-    {"system manager", connect_sysmgr, after_context},
+    {"management adapter", tarn_confd_init, after_context},
+    {"system manager", connect_sysmgr, after_confd},
     {"end of stage 1", end_stage_1, {}},
     {"end of application catalogue", tarn_dpi_finish_start, {}},
 };
 
 // The classes stay, and FTM goes before TTM.
 static const f_tarn_stop stop_order[] = {
-    disconnect_sysmgr,   stop_dpi,    delete_context, stop_ftm,           stop_ttm,
-    tarn_config_destroy, stop_filter, stop_timers,    tarn_event_destroy, close_log};
+    disconnect_sysmgr,   stop_dpi,    tarn_confd_destroy, delete_context,     stop_ftm, stop_ttm,
+    tarn_config_destroy, stop_filter, stop_timers,        tarn_event_destroy, close_log};
 
 std::span<const t_tarn_start_step> g_tarn_start_steps = start_steps;
 std::span<const f_tarn_stop> g_tarn_stop_order = stop_order;

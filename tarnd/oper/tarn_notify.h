@@ -10,3 +10,7 @@ struct t_tarn;
 // Returns 0.
 int tarn_notify_data_policy_association_notification(t_tarn *p_tarn, const char *p_vpn_list_name,
                                                      const char *p_policy_name, const char *p_status_str);
+
+// The same of an access list's program; p_policy_name is the list's name.
+int tarn_notify_access_list_association_notification(t_tarn *p_tarn, const char *p_policy_name,
+                                                     const char *p_status_str);

@@ -7,10 +7,8 @@
 
 #include "common/msgq_util.h"
 #include "fp_api/fp_tables.h"
-#include "tarnd/acl/tarn_access_list.h"
+#include "tarnd/acl/tarn_intf_config.h"
 #include "tarnd/config/tarn_class.h"
-#include "tarnd/config/tarn_mirror.h"
-#include "tarnd/config/tarn_policer.h"
 #include "tarnd/peers/tarn_ftm.h"
 #include "tarnd/peers/tarn_ttm.h"
 
@@ -22,22 +20,19 @@ static msgq_handle_t *channel()
     return reinterpret_cast<msgq_handle_t *>(&g_store);
 }
 
-TarnStore::TarnStore() : real_flow_knob(g_fp_filter_flow_enable_knob)
+TarnStore::TarnStore()
+    : global_ctrl(new t_fp_global_ctrl()), real_flow_knob(g_fp_filter_flow_enable_knob),
+      real_global_ctrl(g_fp_global_ctrl)
 {
     EXPECT_EQ(g_store, nullptr);
     g_store = this;
     g_fp_filter_flow_enable_knob = &flow_knob;
+    g_fp_global_ctrl = global_ctrl.get();
     tarn.p_ftm_msgq = channel();
     EXPECT_EQ(tarn_class_init(&tarn), 0);
     EXPECT_EQ(tarn_sla_class_init(&tarn), 0);
     EXPECT_EQ(tarn_config_init(&tarn), 0);
-    for (avl_tree_t *p_lists : {&tarn.access_list_db, &tarn.access_list6_db})
-        avl_create(p_lists, tarn_access_list_key_cmp, sizeof(t_tarn_access_list),
-                   offsetof(t_tarn_access_list, avl_node));
-    avl_create(&tarn.mirror_db, tarn_mirror_key_cmp, sizeof(t_tarn_mirror_config),
-               offsetof(t_tarn_mirror_config, avl_node));
-    avl_create(&tarn.policer_db, tarn_policer_key_cmp, sizeof(t_tarn_policer_config),
-               offsetof(t_tarn_policer_config, avl_node));
+    EXPECT_EQ(tarn_intf_config_init(&tarn), 0);
     avl_create(&tarn.tloc_db, tarn_tloc_key_cmp, sizeof(t_tarn_tloc), offsetof(t_tarn_tloc, avl_node));
 }
 
@@ -45,16 +40,19 @@ TarnStore::~TarnStore()
 {
     EXPECT_TRUE(buffers.empty()) << "message buffers neither sent nor given back";
     tarn.p_ftm_msgq = nullptr;
+    g_fp_global_ctrl = global_ctrl.get();
     tarn_config_destroy(&tarn);
     tarn_class_destroy(&tarn);
     tarn_sla_class_destroy(&tarn);
     free(tarn.class_index);
     free(tarn.sla_class_index);
-    for (const avl_tree_t *p_tree : {&tarn.policy_db, &tarn.vpn_list_db, &tarn.pfx_list_db, &tarn.tloc_db,
-                                     &tarn.access_list_db, &tarn.access_list6_db, &tarn.mirror_db,
-                                     &tarn.policer_db, &tarn.tloc_list_db, &tarn.dpi_app_list_db})
+    for (const avl_tree_t *p_tree :
+         {&tarn.policy_db, &tarn.vpn_list_db, &tarn.pfx_list_db, &tarn.tloc_db, &tarn.access_list_db,
+          &tarn.access_list6_db, &tarn.mirror_db, &tarn.policer_db, &tarn.tloc_list_db, &tarn.dpi_app_list_db,
+          &tarn.zone_db, &tarn.zone_pair_db})
         EXPECT_EQ(avl_numnodes(p_tree), 0u);
     g_fp_filter_flow_enable_knob = real_flow_knob;
+    g_fp_global_ctrl = real_global_ctrl;
     g_store = nullptr;
 }
 

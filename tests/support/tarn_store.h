@@ -3,15 +3,18 @@
 //
 // Link tarn_test_store: it puts itself between the code and the message queue for the store's own channel
 // and leaves every other handle alone. Destruction takes the store down the way the daemon's stop does, and
-// expects that every message buffer was sent or given back. What no destroy function reaches (access lists,
-// TLOCs) must be gone by then.
+// expects that every message buffer was sent or given back. What no destroy function reaches (TLOCs) must be
+// gone by then. The control record of shared memory is the store's own, unless a test puts another in its
+// place; all tables have size 0.
 #pragma once
 
+#include "fp_api/fp_global_ctrl.h"
 #include "tarnd/config/tarn_policy.h"
 #include "tarnd/core/tarn.h"
 
 #include <cstdint>
 #include <map>
+#include <memory>
 #include <ostream>
 #include <string>
 #include <utility>
@@ -46,6 +49,7 @@ public:
     bool ftm_up = true;       // false: writes give ERR_AGAIN
     bool ftm_memory = true;   // false: no buffer is to be had
     uint32_t flow_knob = 99;  // the word that flow_p points to
+    std::unique_ptr<t_fp_global_ctrl> global_ctrl;
 
     // For the doubles of the queue.
     void *msg_malloc(size_t size);
@@ -56,4 +60,5 @@ private:
     std::map<void *, size_t> buffers;  // not yet sent or given back
     std::vector<std::vector<uint8_t>> sent;
     uint32_t *real_flow_knob;
+    t_fp_global_ctrl *real_global_ctrl;
 };

@@ -25,3 +25,10 @@ int tarn_notify_data_policy_association_notification(t_tarn *, const char *p_vpn
     sent().push_back({p_vpn_list_name, p_policy_name, p_status_str});
     return 0;
 }
+
+int tarn_notify_access_list_association_notification(t_tarn *, const char *p_policy_name,
+                                                     const char *p_status_str)
+{
+    sent().push_back({"", p_policy_name, p_status_str});
+    return 0;
+}

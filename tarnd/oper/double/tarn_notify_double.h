@@ -5,7 +5,7 @@
 #include <vector>
 
 struct t_tarn_notification {
-    std::string vpn_list;
+    std::string vpn_list;  // empty for an access list
     std::string policy;
     std::string status;
 

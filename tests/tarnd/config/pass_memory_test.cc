@@ -107,8 +107,8 @@ TEST(PassMemory, AccessListsThatWaitAreMarkedToo)
     EXPECT_EQ(log_texts(),
               (t_texts{"191 Processing oom policy (freed memory: 4)", "191 Retry programming for ACL: waits",
                        "191 Retry programming for ACL6: waits6"}));
-    EXPECT_EQ(lists[0].changed + lists[2].changed, 2);
-    EXPECT_EQ(lists[1].changed + lists[3].changed, 0);
+    for (const t_tarn_access_list &list : lists)
+        EXPECT_EQ(list.changed, 0) << "the pass that follows takes the marks";
     avl_destroy_nodes(&world.tarn.access_list_db, nullptr);
     avl_destroy_nodes(&world.tarn.access_list6_db, nullptr);
 }

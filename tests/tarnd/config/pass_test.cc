@@ -264,8 +264,11 @@ TEST(Pass, ZoneBasedProgramsAreLeftToTheZones)
     EXPECT_EQ(tarn_policy_add(&world.tarn, ZBF, "zones", TARN_POLICY_DIR_ALL, 2), 0);
     world.add_rule(ZBF, "zones", TARN_ZBF_VPN_LIST, 1);
     world.tarn.process_zbf_config = 0;
+    t_fp_zbf_pair_record leftover = {};
+    world.store.global_ctrl->zbf_pair_free_list = &leftover;
     world.pass();
-    EXPECT_EQ(world.tarn.process_zbf_config, 1);
+    EXPECT_EQ(world.store.global_ctrl->zbf_pair_free_list, nullptr) << "the table of pairs is built again";
+    EXPECT_EQ(world.tarn.process_zbf_config, 0);
     EXPECT_EQ(world.context(ZBF, "zones", TARN_ZBF_VPN_LIST)->filter_id, 0);
     EXPECT_EQ(world.context(ZBF, "zones", TARN_ZBF_VPN_LIST)->filter_type, TARN_FILTER_ZBF);
     EXPECT_EQ(world.messages(), t_texts{});
@@ -446,7 +449,7 @@ TEST(Pass, ARuleTableWithoutMemoryEndsThePass)
     world.add_rule(PFR, "pfr", "B", 5);
     world.tarn.flow = 1;
     g_tables_left = 1;
-    t_lconfd_context lconfd = {{&world.tarn}, -1};
+    t_lconfd_context lconfd = {.module_data = {.opaque_p = &world.tarn}};
     tarn_confd_sub_end_cb(&lconfd, 3);
     EXPECT_EQ(dpi_knob, 1u);
     EXPECT_EQ(world.store.flow_knob, 1u);

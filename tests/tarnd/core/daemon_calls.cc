@@ -7,6 +7,7 @@
 
 #include "common/lum_log.h"
 #include "common/timer.h"
+#include "fp_api/fp_tables.h"
 #include "sysmgr/sysmgr_app.h"
 #include "tarnd/compiler/tarn_context.h"
 
@@ -33,8 +34,9 @@ static void *fake_mem_alloc(size_t)
 
 static void fake_mem_free(void *) {}
 
-DaemonCalls::DaemonCalls() : real_api(g_tarn_octeon_api)
+DaemonCalls::DaemonCalls() : real_api(g_tarn_octeon_api), global_ctrl(new t_fp_global_ctrl())
 {
+    g_fp_global_ctrl = global_ctrl.get();
     g_calls = this;
     g_tarn_octeon_api.filter_init = fake_filter_init;
     g_tarn_octeon_api.filter_destroy = fake_filter_destroy;
@@ -45,6 +47,7 @@ DaemonCalls::DaemonCalls() : real_api(g_tarn_octeon_api)
 DaemonCalls::~DaemonCalls()
 {
     g_tarn_octeon_api = real_api;
+    g_fp_global_ctrl = nullptr;
     g_calls = nullptr;
 }
 
@@ -221,6 +224,28 @@ PART_START(tarn_sla_class_init, "_Z19tarn_sla_class_initP6t_tarn", true)
 PART_START(tarn_config_init, "_Z16tarn_config_initP6t_tarn", true)
 PART_START(tarn_ftm_init, "_Z13tarn_ftm_initP6t_tarn", false)
 PART_START(tarn_ttm_init, "_Z13tarn_ttm_initP6t_tarn", false)
+
+PART_START(tarn_intf_config_init, "_Z21tarn_intf_config_initP6t_tarn", true)
+
+void wrap_zbf_pair_init() asm("__wrap__Z23fp_zbf_pair_global_initv");
+void wrap_zbf_pair_init()
+{
+    start("fp_zbf_pair_global_init");
+}
+
+void wrap_vpn_zone_init() asm("__wrap__Z23fp_vpn_zone_global_initv");
+void wrap_vpn_zone_init()
+{
+    start("fp_vpn_zone_global_init");
+}
+
+PART_START(tarn_confd_init, "_Z15tarn_confd_initP6t_tarn", false)
+
+f_part_stop wrap_confd_destroy asm("__wrap__Z18tarn_confd_destroyP6t_tarn");
+void wrap_confd_destroy(t_tarn *)
+{
+    stop("management adapter");
+}
 
 PART_STOP(base_timer_destroy, "_Z23tarn_base_timer_destroyP6t_tarn", "timers")
 PART_STOP(event_destroy, "_Z18tarn_event_destroyP6t_tarn", "event base")

@@ -2,14 +2,17 @@
 //
 // Link daemon_calls.cc with the wrapped names of this folder's CMakeLists.txt. Unless told otherwise every
 // call is carried out, but for those into shared memory and to other processes: a DaemonCalls puts a filter
-// memory of its own behind g_tarn_octeon_api, and the catalogue and the channels only seem to start.
+// memory of its own behind g_tarn_octeon_api and a control record behind g_fp_global_ctrl, and the catalogue
+// and the channels only seem to start.
 #pragma once
 
+#include "fp_api/fp_global_ctrl.h"
 #include "tarnd/core/tarn.h"
 
 #include <deque>
 #include <functional>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -36,4 +39,5 @@ public:
 private:
     std::map<std::string, int> countdown;
     t_tarn_hw_api real_api;
+    std::unique_ptr<t_fp_global_ctrl> global_ctrl;
 };

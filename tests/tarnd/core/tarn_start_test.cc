@@ -64,19 +64,28 @@ static const t_unwinding unwindings[] = {
     {"classes", {"filter memory", "timers", "event base"}},
     {"SLA classes", {"classes", "filter memory", "timers", "event base"}},
     {"store", {"SLA classes", "classes", "filter memory", "timers", "event base"}},
+    {"access lists", {"store", "SLA classes", "classes", "filter memory", "timers", "event base"}},
     {"FTM", {"store", "SLA classes", "classes", "filter memory", "timers", "event base"}},
     {"TTM", {"FTM", "store", "SLA classes", "classes", "filter memory", "timers", "event base"}},
     {"compiler context",
      {"TTM", "FTM", "store", "SLA classes", "classes", "filter memory", "timers", "event base"}},
-    {"system manager",
+    {"management adapter",
      {"compiler context", "TTM", "FTM", "SLA classes", "classes", "store", "filter memory", "timers",
       "event base"}},
+    {"system manager",
+     {"management adapter", "compiler context", "TTM", "FTM", "SLA classes", "classes", "store",
+      "filter memory", "timers", "event base"}},
 };
 
-static const char *const never_fail[] = {"host name",        "log",
-                                         "session printing", "forwarding-plane operations",
-                                         "program memory",   "application catalogue",
-                                         "end of stage 1",   "end of application catalogue"};
+static const char *const never_fail[] = {"host name",
+                                         "log",
+                                         "session printing",
+                                         "forwarding-plane operations",
+                                         "program memory",
+                                         "zone tables",
+                                         "application catalogue",
+                                         "end of stage 1",
+                                         "end of application catalogue"};
 
 static const t_unwinding *unwinding_of(const char *step)
 {
@@ -104,7 +113,7 @@ TEST_F(TarnStart, DumpTextGoesToTheSessionThatAskedForIt)
         }
     }
     confd_double_reset();
-    t_lconfd_context context = {{&tarn}, 7};
+    t_lconfd_context context = {.module_data = {.opaque_p = &tarn}, .maapi_socket = 7};
     cli_print(&context, 42, "%d filters", 3);
     cli_print_register(nullptr);
     EXPECT_EQ(confd_double_cli_text(42), "3 filters");
@@ -170,8 +179,8 @@ TEST_F(TarnStart, FailuresBelowTheStepsComeThroughWithTheirStatus)
         {"app_sysmgr_connect",
          1,
          -10,
-         {"compiler context", "TTM", "FTM", "SLA classes", "classes", "store", "filter memory", "timers",
-          "event base"}},
+         {"management adapter", "compiler context", "TTM", "FTM", "SLA classes", "classes", "store",
+          "filter memory", "timers", "event base"}},
     };
     for (const t_inner_failure &c : cases) {
         SCOPED_TRACE(std::string(c.function) + ' ' + std::to_string(c.nth));
@@ -213,12 +222,26 @@ TEST_F(TarnStart, StartsInOrderAndStopsInAnOrderOfItsOwn)
 {
     calls.filter_init = check_before_filter_memory;
     ASSERT_EQ(tarn_init(&tarn), 0);
-    EXPECT_EQ(calls.started,
-              (std::vector<std::string>{"gethostname", "openlog TARND 9 184", "event_config_new",
-                                        "event_base_new_with_config", "event_new", "event_new", "event_new",
-                                        "timer_mgr_create", "filter_init 1", "tarn_class_init",
-                                        "tarn_sla_class_init", "tarn_config_init", "tarn_ftm_init",
-                                        "tarn_ttm_init", "tarn_context_create", "app_sysmgr_connect 0 9"}));
+    EXPECT_EQ(calls.started, (std::vector<std::string>{"gethostname",
+                                                       "openlog TARND 9 184",
+                                                       "event_config_new",
+                                                       "event_base_new_with_config",
+                                                       "event_new",
+                                                       "event_new",
+                                                       "event_new",
+                                                       "timer_mgr_create",
+                                                       "filter_init 1",
+                                                       "fp_zbf_pair_global_init",
+                                                       "fp_vpn_zone_global_init",
+                                                       "tarn_class_init",
+                                                       "tarn_sla_class_init",
+                                                       "tarn_config_init",
+                                                       "tarn_intf_config_init",
+                                                       "tarn_ftm_init",
+                                                       "tarn_ttm_init",
+                                                       "tarn_context_create",
+                                                       "tarn_confd_init",
+                                                       "app_sysmgr_connect 0 9"}));
     ASSERT_NE(g_tarn_mem_mgr, nullptr);
     EXPECT_EQ(g_tarn_mem_mgr->alloc, g_tarn_octeon_api.filter_mem_alloc);
     EXPECT_EQ(g_tarn_mem_mgr->free, g_tarn_octeon_api.filter_mem_free);
@@ -228,8 +251,9 @@ TEST_F(TarnStart, StartsInOrderAndStopsInAnOrderOfItsOwn)
 
     EXPECT_EQ(tarn_destroy(&tarn), 0);
     EXPECT_EQ(calls.stopped,
-              (std::vector<std::string>{"system manager", "application catalogue", "compiler context", "FTM",
-                                        "TTM", "store", "filter memory", "timers", "event base", "log"}));
+              (std::vector<std::string>{"system manager", "application catalogue", "management adapter",
+                                        "compiler context", "FTM", "TTM", "store", "filter memory", "timers",
+                                        "event base", "log"}));
     EXPECT_EQ(g_tarn_mem_mgr, nullptr);
     EXPECT_FALSE(tarn_priority_timers_active());
 }

@@ -70,7 +70,7 @@ TEST(DpiDumpGolden, TheFourDumps)
     };
     DpiWorld world;
     ASSERT_NO_FATAL_FAILURE(fill(&world));
-    t_lconfd_context context = {{&world.tarn}, 3};
+    t_lconfd_context context = {.module_data = {.opaque_p = &world.tarn}, .maapi_socket = 3};
     for (const auto &c : cases) {
         EXPECT_EQ(command_text(c.command, &context, user_session), stored_text(c.name)) << c.name;
         EXPECT_EQ(command_text(c.command, nullptr, user_session), "") << c.name << " without a context";
@@ -85,7 +85,7 @@ TEST(DpiDump, TheProtocolListFailsInsideAndSpeaksUnderItsTopic)
 {
     DpiWorld world;
     ASSERT_NO_FATAL_FAILURE(fill(&world));
-    t_lconfd_context context = {{&world.tarn}, 3};
+    t_lconfd_context context = {.module_data = {.opaque_p = &world.tarn}, .maapi_socket = 3};
     g_tarn_debug_flags = TARN_DEBUG_DPI;
     command_text(tarn_dpi_dump_protocol_list, &context, user_session);
     g_tarn_debug_flags = TARN_DEBUG_NONE;
