@@ -18,15 +18,21 @@ endfunction()
 
 # tarn_test(NAME LABELS label... SOURCES file... LIBS library...): a GoogleTest program whose cases appear
 # in CTest one by one. Every test carries the label of its area; suites with Soak in their name are too long for
-# `make check` and carry the label soak instead.
+# `make check` and carry the label soak instead. The label `threads` beside it: more than one thread is at work, and
+# `make check` also runs it under the thread sanitizer (target thread_tests).
 function(tarn_test name)
   cmake_parse_arguments(T "" "" "LABELS;SOURCES;LIBS" ${ARGN})
   add_executable(${name} ${T_SOURCES})
   target_link_libraries(${name} PRIVATE ${T_LIBS} GTest::gtest GTest::gtest_main)
+  if("threads" IN_LIST T_LABELS)
+    add_dependencies(thread_tests ${name})
+  endif()
+  # gtest_discover_tests takes no list here; `ctest -L` looks for a part of the label.
+  string(JOIN "-" labels ${T_LABELS})
   set(environment "ASAN_OPTIONS=handle_segv=0:handle_sigill=0:allocator_may_return_null=1")
   gtest_discover_tests(${name} TEST_FILTER "-*Soak*" TEST_LIST ${name}_tests
     WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}
-    PROPERTIES LABELS "${T_LABELS}" TIMEOUT 600 ENVIRONMENT "${environment}")
+    PROPERTIES LABELS "${labels}" TIMEOUT 600 ENVIRONMENT "${environment}")
   gtest_discover_tests(${name} TEST_FILTER "*Soak*" TEST_LIST ${name}_soaks
     WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}
     PROPERTIES LABELS soak TIMEOUT 7200 ENVIRONMENT "${environment}")
