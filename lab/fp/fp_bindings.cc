@@ -8,7 +8,8 @@
 
 using t_names = std::span<const char *const>;
 
-static constexpr const char *stage_names[FP_STAGES] = {"interface-list", "application-route", "data-policy"};
+static constexpr const char *stage_names[FP_STAGES] = {"ingress-list", "application-route", "data-policy",
+                                                       "zone", "egress-list"};
 static constexpr const char *type_names[FP_FILTER_TYPES] = {"none", "data", "application-route", "zone"};
 static constexpr const char *policy_directions[FP_POLICY_DIRECTIONS] = {"none", "tunnel", "service", "all"};
 static constexpr const char *interface_directions[FP_INTERFACE_DIRECTIONS] = {"none", "in", "out"};
@@ -87,13 +88,24 @@ bool fp_family_read(const std::string &name, e_fp_family *p_family)
 
 // ---- Looking up ----
 
-static const t_fp_interface_binding *interface_find(const t_fp_bindings &bindings, const t_fp_place &place)
+// The interface on which the packet goes in that direction; empty when it isn't told.
+static std::string interface_of(const t_fp_place &place, e_fp_interface_direction direction)
 {
-    auto found = std::find_if(bindings.interfaces.begin(), bindings.interfaces.end(),
-                              [&place](const t_fp_interface_binding &row) {
-                                  return row.family == place.family && row.direction == place.direction &&
-                                         row.interface == place.interface;
-                              });
+    if (place.direction == direction)
+        return place.interface;
+    return direction == FP_INTERFACE_DIRECTION_OUT ? place.out_interface : "";
+}
+
+static const t_fp_interface_binding *interface_find(const t_fp_bindings &bindings, const t_fp_place &place,
+                                                    e_fp_interface_direction direction)
+{
+    std::string interface = interface_of(place, direction);
+    if (interface.empty())
+        return nullptr;
+    auto found = std::find_if(
+        bindings.interfaces.begin(), bindings.interfaces.end(), [&](const t_fp_interface_binding &row) {
+            return row.family == place.family && row.direction == direction && row.interface == interface;
+        });
     return found != bindings.interfaces.end() ? &*found : nullptr;
 }
 
@@ -125,12 +137,14 @@ static const t_fp_vpn_binding *vpn_find(const t_fp_bindings &bindings, e_fp_filt
 std::vector<t_fp_stage> fp_bindings_lookup(const t_fp_bindings &bindings, const t_fp_place &place)
 {
     std::vector<t_fp_stage> stages;
-    if (const t_fp_interface_binding *p_row = interface_find(bindings, place))
-        stages.push_back({FP_STAGE_INTERFACE_LIST, p_row->filter_id, &p_row->name});
+    if (const t_fp_interface_binding *p_row = interface_find(bindings, place, FP_INTERFACE_DIRECTION_IN))
+        stages.push_back({FP_STAGE_INGRESS_LIST, p_row->filter_id, &p_row->name});
     if (const t_fp_vpn_binding *p_row = vpn_find(bindings, FP_FILTER_APP_ROUTE, place))
         stages.push_back({FP_STAGE_APP_ROUTE, p_row->filter_id, &p_row->name});
     if (const t_fp_vpn_binding *p_row = vpn_find(bindings, FP_FILTER_DATA, place))
         stages.push_back({FP_STAGE_DATA_POLICY, p_row->filter_id, &p_row->name});
+    if (const t_fp_interface_binding *p_row = interface_find(bindings, place, FP_INTERFACE_DIRECTION_OUT))
+        stages.push_back({FP_STAGE_EGRESS_LIST, p_row->filter_id, &p_row->name});
     return stages;
 }
 

@@ -13,8 +13,11 @@
 //                    "name": "deny-telnet"}]}
 #pragma once
 
+#include "lab/fp/fp_address.h"
+
 #include <cstdint>
 #include <nlohmann/json_fwd.hpp>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -78,29 +81,38 @@ struct t_fp_bindings {
 
 // ---- Looking up ----
 
+// Where a packet is, and where it goes. With direction "in" it is followed from the interface on which it
+// comes in to the one on which it leaves, if that is told; with "out" from the policies to the interface on
+// which it leaves.
 struct t_fp_place {
-    uint32_t vpn;
-    std::string interface;
+    uint32_t vpn;           // whose policies it meets
+    std::string interface;  // on which it comes in or leaves
     e_fp_interface_direction direction;
     e_fp_side side;
     e_fp_family family;
+    std::optional<uint32_t> out_vpn = {};  // if told
+    std::string out_interface = {};        // of "in"; empty: not told
+    t_fp_addresses6 addresses6 = {};
 };
 
-// In the order in which a packet meets them.
+// In the order in which a packet meets them: what came in is filtered before any policy sees it, policies
+// decide where it goes and so to which VPN, which zones have to know, and what leaves is filtered last.
 enum e_fp_stage {
-    FP_STAGE_INTERFACE_LIST,
+    FP_STAGE_INGRESS_LIST,
     FP_STAGE_APP_ROUTE,
     FP_STAGE_DATA_POLICY,
+    FP_STAGE_ZONE,  // of no binding; see fp_zones.h
+    FP_STAGE_EGRESS_LIST,
     FP_STAGES,
 };
 
 struct t_fp_stage {
     e_fp_stage stage;
     uint32_t filter_id;
-    const std::string *p_name;  // of the binding; good until the table changes
+    const std::string *p_name;  // of the binding; good until the table changes. Null for zones
 };
 
-// What a packet meets there, in order; at most one of each stage. An interface binding is found by family,
+// What is bound there, in order; at most one of each stage. An interface binding is found by family,
 // interface and direction, whatever its VPN. Of several ranges with the VPN in them the narrowest counts,
 // then the lowest; data policies whose direction doesn't have the packet's side in it are passed over before
 // that.

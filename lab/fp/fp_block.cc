@@ -63,3 +63,12 @@ t_fp_pool fp_block_pool()
     return {{g_fp_filter, static_cast<size_t>(g_fp_scaling.num_filters)},
             {g_fp_filter_mem_block, static_cast<size_t>(g_fp_scaling.num_filter_blocks)}};
 }
+
+t_fp_zone_tables fp_block_zones()
+{
+    return {{g_fp_vpn_zone_record, static_cast<size_t>(g_fp_scaling.num_vpn_zone_records)},
+            {g_fp_vpn_zone_hash_record, static_cast<size_t>(g_fp_scaling.num_vpn_zone_hash_records)},
+            {g_fp_zbf_pair_record, static_cast<size_t>(g_fp_scaling.num_zbf_pair_records)},
+            {g_fp_zbf_pair_hash_record, static_cast<size_t>(g_fp_scaling.num_zbf_pair_hash_records)},
+            g_fp_global_ctrl};
+}

@@ -7,6 +7,7 @@
 #pragma once
 
 #include "lab/fp/fp_engine.h"
+#include "lab/fp/fp_zones.h"
 
 // Creates the block, or lays out the one that an earlier run left, and fills the control record: clock rate,
 // the clock's distance from the time of day, cores, work groups; empties tracing, capture, policers,
@@ -16,6 +17,9 @@
 
 // Filter memory in the block.
 t_fp_pool fp_block_pool();
+
+// The zone tables in the block.
+t_fp_zone_tables fp_block_zones();
 
 // Sets the ready bit, and clears it when the process leaves.
 void fp_block_set_ready(bool is_ready);

@@ -1,5 +1,7 @@
 #include "lab/fp/fp_fields.h"
 
+#include "lab/fp/fp_place.h"
+
 #include <algorithm>
 #include <arpa/inet.h>
 #include <charconv>
@@ -158,7 +160,21 @@ static std::string_view word_take(std::string_view *p_text)
     return word;
 }
 
-bool fp_sidecar_next(t_fp_sidecar *p_sidecar, t_fp_header *p_header, std::string *p_error)
+// A word of a line: of the place, or a field.
+static bool word_assign(std::string_view word, t_fp_header *p_header, t_fp_place *p_place,
+                        std::string *p_error)
+{
+    size_t equals = std::min(word.find('='), word.size());
+    const t_fp_place_row *p_row = p_place != nullptr ? fp_place_row_find(word.substr(0, equals)) : nullptr;
+    if (p_row == nullptr || equals == word.size())
+        return field_assign(word, true, p_header, p_error);
+    if (p_row->is_of_packet)
+        return refuse(quoted(p_row->name) + " comes from the packet", p_error);
+    return fp_place_set(*p_row, std::string(word.substr(equals + 1)), p_place, p_error);
+}
+
+bool fp_sidecar_next(t_fp_sidecar *p_sidecar, t_fp_header *p_header, t_fp_place *p_place,
+                     std::string *p_error)
 {
     std::string line;
     std::string reason;
@@ -166,7 +182,7 @@ bool fp_sidecar_next(t_fp_sidecar *p_sidecar, t_fp_header *p_header, std::string
         return refuse(p_sidecar->name + ": has fewer lines than the capture has frames", p_error);
     std::string_view rest = line;
     for (std::string_view word = word_take(&rest); !word.empty(); word = word_take(&rest)) {
-        if (!field_assign(word, true, p_header, &reason))
+        if (!word_assign(word, p_header, p_place, &reason))
             return refuse(p_sidecar->name + ":" + std::to_string(p_sidecar->line) + ": " + reason, p_error);
     }
     return true;

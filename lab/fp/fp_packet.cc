@@ -1,6 +1,7 @@
 #include "lab/fp/fp_packet.h"
 
 #include <algorithm>
+#include <cstring>
 
 enum e_ethertype : uint16_t {
     ETHERTYPE_V4 = 0x0800,
@@ -158,6 +159,8 @@ static e_fp_decode v6_decode(std::span<const std::byte> bytes, t_fp_packet *p_pa
     p_packet->version = 6;
     p_packet->header.values[tarn_ip_traffic_class] = half_at(bytes, 0) >> 4 & 0xff;
     p_packet->header.values[tarn_ip_next_header] = next;
+    memcpy(p_packet->addresses6.src.data(), &bytes[8], sizeof(t_fp_address6));
+    memcpy(p_packet->addresses6.dst.data(), &bytes[24], sizeof(t_fp_address6));
     return transport_decode(ip, offset, next, p_packet);
 }
 

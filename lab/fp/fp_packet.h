@@ -11,6 +11,7 @@
 // does not carry them.
 #pragma once
 
+#include "lab/fp/fp_address.h"
 #include "lab/fp/walker.h"
 
 #include <cstddef>
@@ -26,9 +27,10 @@ enum e_fp_decode {
 
 struct t_fp_packet {
     t_fp_header header;
-    uint32_t length;     // of the IP packet, in bytes
-    uint32_t ip_offset;  // of the IP header in the frame, in bytes
-    uint8_t version;     // 4 or 6
+    t_fp_addresses6 addresses6;  // all zero for IPv4
+    uint32_t length;             // of the IP packet, in bytes
+    uint32_t ip_offset;          // of the IP header in the frame, in bytes
+    uint8_t version;             // 4 or 6
     uint8_t num_vlans;
     uint16_t vlan_ids[2];  // outer tag first
     bool is_fragment;

@@ -30,6 +30,7 @@ using t_bound_key = std::pair<e_fp_stage, uint32_t>;  // and filter id
 struct t_fp_replay {
     t_fp_service *p_service;
     t_fp_request request;
+    t_fp_place place;  // of the present packet
     fp_pcap_ptr pcap;
     t_fp_sidecar sidecar;
     t_fp_applications own_applications;
@@ -43,6 +44,7 @@ struct t_fp_replay {
     t_filter_hits hits;  // of the request's filter
     t_fp_treatment_stats treatments;
     t_fp_forward_stats forwarding;                // with a place; without the stages' counts
+    t_fp_zone_stats zones;                        // with a place
     std::map<t_bound_key, t_filter_hits> bounds;  // with a place
     std::string error;                            // that ended the replay
 };
@@ -155,12 +157,16 @@ static bool place_send(t_fp_replay *p_replay, const t_fp_use &use, t_fp_treatmen
 {
     bool is_told = p_replay->verdicts.is_open();
     fp_json stages = fp_json::array();
-    auto seen = [p_replay, is_told, &use, &stages](const t_fp_stage &stage, const t_fp_outcome &outcome) {
-        outcome_count(&p_replay->bounds[{stage.stage, stage.filter_id}], outcome, use.bytes);
+    auto seen = [p_replay, is_told, &use, &stages](const t_fp_seen &stage) {
+        if (stage.p_outcome != nullptr)
+            outcome_count(&p_replay->bounds[{stage.stage.stage, stage.stage.filter_id}], *stage.p_outcome,
+                          use.bytes);
+        if (stage.p_zone != nullptr)
+            fp_zone_count(&p_replay->zones, *stage.p_zone);
         if (is_told)
-            stages.push_back(fp_stage_json(stage, outcome));
+            stages.push_back(fp_stage_json(stage));
     };
-    t_fp_fate fate = fp_forward_run(p_replay->p_service, p_replay->request.place, use, seen);
+    t_fp_fate fate = fp_forward_run(p_replay->p_service, p_replay->place, use, seen);
     fp_forward_count(&p_replay->forwarding, fate, use.bytes);
     *p_treatment = fate.treatment;
     return !is_told || verdict_write(p_replay, fp_fate_json(fate, stages));
@@ -173,7 +179,8 @@ static bool packet_send(t_fp_replay *p_replay, const t_fp_frame &frame, const t_
                     .p_header = &packet.header,
                     .bytes = packet.length,
                     .now = p_replay->now};
-    p_replay->request.place.family = packet.version == 6 ? FP_FAMILY_IPV6 : FP_FAMILY_IPV4;
+    p_replay->place.family = packet.version == 6 ? FP_FAMILY_IPV6 : FP_FAMILY_IPV4;
+    p_replay->place.addresses6 = packet.addresses6;
     t_fp_treatment treatment;
     bool by_place = p_replay->request.by_place;
     if (!(by_place ? place_send : filter_send)(p_replay, use, &treatment))
@@ -194,7 +201,9 @@ static bool undecoded_tell(t_fp_replay *p_replay, e_fp_decode decode)
 static bool frame_send(t_fp_replay *p_replay, const t_fp_frame &frame)
 {
     t_fp_header extra = fp_header_blank();
-    if (p_replay->request.sidecar && !fp_sidecar_next(&p_replay->sidecar, &extra, &p_replay->error))
+    p_replay->place = p_replay->request.place;
+    t_fp_place *p_place = p_replay->request.by_place ? &p_replay->place : nullptr;
+    if (p_replay->request.sidecar && !fp_sidecar_next(&p_replay->sidecar, &extra, p_place, &p_replay->error))
         return false;
     t_fp_packet packet = {};
     e_fp_decode decode = fp_packet_decode(frame.bytes, &packet);
@@ -275,6 +284,7 @@ static void place_write(const t_fp_replay *p_replay, fp_json *p_answer)
         filters.push_back(row);
     }
     (*p_answer)["filters"] = filters;
+    (*p_answer)["zones"] = fp_zone_stats_json(p_replay->zones);
     (*p_answer)["records"] = records;
 }
 

@@ -1,10 +1,12 @@
 #include "lab/fp/fp_request.h"
 
 #include "lab/fp/fp_fields.h"
+#include "lab/fp/fp_place.h"
 
 #include <algorithm>
 #include <iterator>
 #include <nlohmann/json.hpp>
+#include <set>
 #include <span>
 
 using t_words = std::span<const std::string>;
@@ -102,66 +104,10 @@ static bool classify_read(t_words words, t_fp_request *p_request, std::string *p
 
 // ---- Places ----
 
-static bool vpn_read(const std::string &word, t_fp_place *p_place)
-{
-    return fp_number_read(word, &p_place->vpn);
-}
-
-static bool interface_read(const std::string &word, t_fp_place *p_place)
-{
-    p_place->interface = word;
-    return !word.empty();
-}
-
-static bool direction_read(const std::string &word, t_fp_place *p_place)
-{
-    return fp_packet_direction_read(word, &p_place->direction);
-}
-
-static bool side_read(const std::string &word, t_fp_place *p_place)
-{
-    return fp_side_read(word, &p_place->side);
-}
-
-static bool family_read(const std::string &word, t_fp_place *p_place)
-{
-    return fp_family_read(word, &p_place->family);
-}
-
-struct t_place_row {
-    std::string_view name;
-    bool is_required;
-    bool is_of_packet;  // a replay has it from its packets
-    bool (*p_read)(const std::string &word, t_fp_place *p_place);
-};
-
-// The required ones in the order of their places.
-static constexpr t_place_row place_rows[] = {
-    {"vpn", true, false, vpn_read},
-    {"interface", true, false, interface_read},
-    {"direction", true, false, direction_read},
-    {"from", false, false, side_read},
-    {"family", false, true, family_read},
-};
-
-static const t_place_row *place_row_find(std::string_view name)
-{
-    auto found = std::find_if(std::begin(place_rows), std::end(place_rows),
-                              [name](const t_place_row &row) { return row.name == name; });
-    return found != std::end(place_rows) ? &*found : nullptr;
-}
-
-static bool place_set(const t_place_row &row, const std::string &word, t_fp_request *p_request,
-                      std::string *p_error)
-{
-    return row.p_read(word, &p_request->place) ||
-           refuse("no " + std::string(row.name) + ": " + fp_word_quote(word), p_error);
-}
-
 static void place_begin(t_fp_request *p_request)
 {
     p_request->by_place = true;
-    p_request->place.side = FP_SIDE_SERVICE;
+    p_request->place = fp_place_blank();
 }
 
 static bool forward_read(t_words words, t_fp_request *p_request, std::string *p_error)
@@ -173,12 +119,13 @@ static bool forward_read(t_words words, t_fp_request *p_request, std::string *p_
     std::vector<std::string> fields;
     for (size_t i = 0; i < words.size(); i++) {
         size_t equals = words[i].find('=');
-        const t_place_row *p_row = i < num_required ? &place_rows[i] : nullptr;
+        const t_fp_place_row *p_row = i < num_required ? &fp_place_rows()[i] : nullptr;
         if (i >= num_required && equals != std::string::npos)
-            p_row = place_row_find(words[i].substr(0, equals));
+            p_row = fp_place_row_find(words[i].substr(0, equals));
         if (p_row == nullptr)
             fields.push_back(words[i]);
-        else if (!place_set(*p_row, words[i].substr(i < num_required ? 0 : equals + 1), p_request, p_error))
+        else if (!fp_place_set(*p_row, words[i].substr(i < num_required ? 0 : equals + 1), &p_request->place,
+                               p_error))
             return false;
     }
     return fields_read(fields, p_request, p_error);
@@ -229,21 +176,21 @@ static bool file_read(t_words words, t_fp_request *p_request, std::string *p_err
 static bool replay_place_read(t_words words, t_fp_request *p_request, std::string *p_error)
 {
     place_begin(p_request);
-    uint32_t seen = 0;  // a bit for each row
+    std::set<std::string_view> seen;
     while (!words.empty() && words[0].starts_with("--")) {
-        const t_place_row *p_row = place_row_find(std::string_view(words[0]).substr(2));
+        const t_fp_place_row *p_row = fp_place_row_find(std::string_view(words[0]).substr(2));
         if (p_row == nullptr || p_row->is_of_packet)
             return refuse("unknown word " + fp_word_quote(words[0]), p_error);
         if (words.size() == 1)
             return refuse("nothing stands behind " + words[0], p_error);
-        if (!place_set(*p_row, words[1], p_request, p_error))
+        if (!fp_place_set(*p_row, words[1], &p_request->place, p_error))
             return false;
-        seen |= 1u << (p_row - place_rows);
+        seen.insert(p_row->name);
         words = words.subspan(2);
     }
-    for (size_t i = 0; i < std::size(place_rows); i++) {
-        if (place_rows[i].is_required && (seen & 1u << i) == 0)
-            return refuse("--" + std::string(place_rows[i].name) + " is missing", p_error);
+    for (const t_fp_place_row &row : fp_place_rows()) {
+        if (row.is_required && !seen.contains(row.name))
+            return refuse("--" + std::string(row.name) + " is missing", p_error);
     }
     return file_read(words, p_request, p_error);
 }
@@ -267,6 +214,7 @@ static constexpr t_request_row requests[] = {
     {"load", FP_REQUEST_LOAD, nothing_read},         {"classify", FP_REQUEST_CLASSIFY, classify_read},
     {"replay", FP_REQUEST_REPLAY, replay_read},      {"forward", FP_REQUEST_FORWARD, forward_read},
     {"bindings", FP_REQUEST_BINDINGS, nothing_read}, {"stats", FP_REQUEST_STATS, nothing_read},
+    {"zones", FP_REQUEST_ZONES, nothing_read},       {"flows", FP_REQUEST_FLOWS, nothing_read},
 };
 
 static bool words_parse(t_words words, t_fp_request *p_request, std::string *p_error)
@@ -321,7 +269,7 @@ static bool member_word(const t_json &object, std::string_view name, std::string
 static bool place_of(const t_json &object, std::vector<std::string> *p_words, std::string *p_error)
 {
     bool is_forward = p_words->front() == "forward";
-    for (const t_place_row &row : place_rows) {
+    for (const t_fp_place_row &row : fp_place_rows()) {
         std::string word;
         if (!object.contains(row.name))
             continue;
@@ -372,7 +320,7 @@ static bool is_known(std::string_view name)
     static constexpr std::string_view known[] = {"request", "filter",  "file",      "fields",
                                                  "vpns",    "sidecar", "interfaces"};
     return std::find(std::begin(known), std::end(known), name) != std::end(known) ||
-           place_row_find(name) != nullptr || beside_find("--" + std::string(name)) != nullptr;
+           fp_place_row_find(name) != nullptr || beside_find("--" + std::string(name)) != nullptr;
 }
 
 static bool json_words(const t_json &object, std::vector<std::string> *p_words, std::string *p_error)

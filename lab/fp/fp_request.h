@@ -3,10 +3,15 @@
 //   load
 //   classify FILTER [SRC DST SPORT DPORT PROTO] [NAME=VALUE]...     fields of fp_fields.h
 //   replay FILTER FILE [FILES]
-//   forward VPN INTERFACE in|out [from=SIDE] [family=FAMILY] [SRC DST SPORT DPORT PROTO] [NAME=VALUE]...
-//   replay --vpn VPN --interface INTERFACE --direction in|out [--from SIDE] FILE [FILES]
+//   forward VPN INTERFACE in|out [PLACE=VALUE]... [SRC DST SPORT DPORT PROTO] [NAME=VALUE]...
+//   replay --vpn VPN --interface INTERFACE --direction in|out [--PLACE VALUE]... FILE [FILES]
 //   bindings
+//   zones
+//   flows
 //   stats
+//
+// PLACE is one of the optional names of fp_place.h: from, out-vpn, out-interface, for forward also family,
+// src6 and dst6.
 //
 // Words are separated by blanks; a word in double quotes may hold blanks, and a backslash in it takes the
 // next character as it is. The word --json asks for an answer in JSON. As an object:
@@ -17,9 +22,9 @@
 //   {}}
 //   {"request": "bindings", "vpns": [...], "interfaces": [...]}     replaces the table; see fp_bindings.h
 //
-// FILTER is a filter id; -1 and ids from the number of slots up have no program. SIDE is "service", which
-// holds when nothing is said, or "tunnel". FAMILY is "ipv4", the same, or "ipv6"; a replay takes it from each
-// packet. FILES are --sidecar, and in any order --applications FILE, --mirror FILE and --verdicts FILE.
+// FILTER is a filter id; -1 and ids from the number of slots up have no program. A packet comes from the
+// service side and is of IPv4 when nothing is said; a replay takes the family from each packet. FILES are
+// --sidecar, and in any order --applications FILE, --mirror FILE and --verdicts FILE.
 #pragma once
 
 #include "lab/fp/fp_bindings.h"
@@ -37,6 +42,8 @@ enum e_fp_request {
     FP_REQUEST_FORWARD,
     FP_REQUEST_BINDINGS,
     FP_REQUEST_STATS,
+    FP_REQUEST_ZONES,
+    FP_REQUEST_FLOWS,
 };
 
 struct t_fp_request {

@@ -81,6 +81,7 @@ static fp_json stats_answer(const t_fp_service *p_service)
     answer.update(fp_frames_json(p_service->frames));
     answer["treatments"] = fp_treatment_stats_json(p_service->treatments);
     answer["forwarding"] = fp_forward_stats_json(p_service->forwarding);
+    answer["zones"] = fp_zone_stats_json(p_service->zone_stats);
     answer["filters"] = fp_json::array();
     uint32_t filter_id = 0;
     for (const t_fp_filter_stats &stats : fp_engine_stats(p_service->engine.get())) {
@@ -103,6 +104,21 @@ static fp_json bindings_answer(t_fp_service *p_service, const t_fp_request &requ
     return answer;
 }
 
+static fp_json zones_answer(const t_fp_service *p_service)
+{
+    fp_json answer = {{"ok", true}, {"request", "zones"}};
+    answer.update(fp_zones_json(p_service->zones));
+    return answer;
+}
+
+static fp_json flows_answer(t_fp_service *p_service)
+{
+    t_fp_clock *p_clock = &p_service->clock;
+    fp_json answer = {{"ok", true}, {"request", "flows"}};
+    answer.update(fp_flows_json(&p_service->flows, fp_clock_now(p_clock), p_clock->ticks_per_second));
+    return answer;
+}
+
 fp_json fp_service_answer(t_fp_service *p_service, const t_fp_request &request)
 {
     switch (request.kind) {
@@ -116,6 +132,10 @@ fp_json fp_service_answer(t_fp_service *p_service, const t_fp_request &request)
         return bindings_answer(p_service, request);
     case FP_REQUEST_STATS:
         return stats_answer(p_service);
+    case FP_REQUEST_ZONES:
+        return zones_answer(p_service);
+    case FP_REQUEST_FLOWS:
+        return flows_answer(p_service);
     case FP_REQUEST_REPLAY:
         break;
     }

@@ -4,10 +4,15 @@
 // in steps: start it, step until it is done, then take its answer. Dropping it half way is fine; what it
 // counted stays. Replays may run side by side. One thread; a replay must not outlive its service.
 //
-// A packet with a place meets the filters bound there, in the order interface list, application-route, data
-// policy. Class, DSCP, traffic class and loss priority are met as the stages before have rewritten them, all
-// other fields as the packet came with them. A stage that rejects it, or polices it away, is the last. A
-// replay looks the table up for each packet, so it follows a change.
+// A packet with a place meets the filters bound there, in the order ingress list, application-route, data
+// policy, zones, egress list. Class, DSCP, traffic class and loss priority are met as the stages before have
+// rewritten them, all other fields as the packet came with them. A stage that rejects it, or polices it away,
+// is the last. A replay looks the table up for each packet, so it follows a change.
+//
+// Zones need the VPN that the packet goes to. It is the place's, if that is told, else the one of a NAT
+// action met so far, else the packet's own. A packet whose VPNs and ends are those of an inspected flow,
+// changed over, meets no filter of zones, as long as the flow's zones still have a pair. A flow is opened
+// when the packet has passed the egress list, too.
 #pragma once
 
 #include "lab/control/lab_answer.h"
@@ -15,9 +20,11 @@
 #include "lab/fp/fp_applications.h"
 #include "lab/fp/fp_clock.h"
 #include "lab/fp/fp_engine.h"
+#include "lab/fp/fp_flows.h"
 #include "lab/fp/fp_mirror.h"
 #include "lab/fp/fp_request.h"
 #include "lab/fp/fp_verdict.h"
+#include "lab/fp/fp_zones.h"
 
 #include <array>
 #include <cstdint>
@@ -54,6 +61,9 @@ struct t_fp_service {
     t_fp_treatment_stats treatments = {};
     t_fp_applications applications = {};  // of replays that bring no table of their own
     fp_mirror_ptr mirror = nullptr;       // the same for copies; null: they are only counted
+    t_fp_zone_tables zones = {};
+    t_fp_zone_stats zone_stats = {};
+    t_fp_flows flows = {};
 };
 
 // All requests but replays.

@@ -33,15 +33,21 @@ struct t_fp_fate {
     t_fp_treatment treatment;
 };
 
-// What a stage did. Both are good during the call.
-using f_fp_stage_seen = std::function<void(const t_fp_stage &stage, const t_fp_outcome &outcome)>;
+// What a stage did. All is good during the call.
+struct t_fp_seen {
+    t_fp_stage stage;
+    const t_fp_outcome *p_outcome;  // null when zones needed no filter
+    const t_fp_zone_case *p_zone;   // of zones, else null
+};
 
-// Sends a packet through what is bound at the place, each stage with the fields that the ones before it have
-// rewritten, and counts it in the service; use.filter_id isn't looked at.
-t_fp_fate fp_forward_run(t_fp_service *p_service, const t_fp_place &place, t_fp_use use,
+using f_fp_stage_seen = std::function<void(const t_fp_seen &seen)>;
+
+// Sends a packet through what is bound at the place and through the zones, each stage with the fields that
+// the ones before it have rewritten, and counts it in the service; use.filter_id isn't looked at.
+t_fp_fate fp_forward_run(t_fp_service *p_service, const t_fp_place &place, const t_fp_use &use,
                          const f_fp_stage_seen &seen);
 
-fp_json fp_stage_json(const t_fp_stage &stage, const t_fp_outcome &outcome);
+fp_json fp_stage_json(const t_fp_seen &seen);
 
 // The verdict on a packet, with the JSON of the stages that it met.
 fp_json fp_fate_json(const t_fp_fate &fate, const fp_json &stages);

@@ -1,7 +1,7 @@
 // fpd: the forwarding plane of a lab router, as a process. See docs/fpd.md.
+#include "common/unix_socket.h"
 #include "fp_api/fp_scaling.h"
 #include "lab/control/lab_program.h"
-#include "lab/control/lab_socket.h"
 #include "lab/fp/fp_block.h"
 #include "lab/fp/fp_control.h"
 #include "libcvmx/sim/_cvmx-clock.h"
@@ -47,13 +47,16 @@ static int serve(const t_lab_daemon *p_daemon, const t_options &options)
 {
     g_fp_sim_use_printf = options.foreground;
     std::string error;
-    if (!lab_socket_clear(options.socket, &error))
+    if (!unix_socket_clear(options.socket, &error))
         return lab_program_fail(error);
     if (!fp_block_create(options.recreate))
         return lab_program_fail("the shared block can't be had");
     t_fp_service service = {.engine = fp_engine_new(fp_block_pool()),
                             .clock = fp_clock_make(core_ticks, cvmx_clock_get_rate(CVMX_CLOCK_CORE)),
-                            .frames = {}};
+                            .frames = {},
+                            .zones = fp_block_zones()};
+    service.flows.limit = static_cast<size_t>(g_fp_scaling.num_zbf_flow_records);
+    fp_flows_idle_after(&service.flows, FP_FLOW_IDLE_SECONDS, service.clock.ticks_per_second);
     if (!files_open(options, &service, &error))
         return lab_program_fail(error);
     lab_control_ptr control = fp_control_open(p_daemon->p_base, &service, options.socket, &error);

@@ -29,12 +29,12 @@ TEST(FpBindingsShortTest, EachStageIsFoundByWhatItIsBoundTo)
         std::vector<std::string> want;  // names, in order
     };
     static const t_case cases[] = {
-        {"interface list, application-route, data policy",
+        {"ingress list, application-route, data policy",
          {10, "ge0/1", FP_INTERFACE_DIRECTION_IN, FP_SIDE_TUNNEL, FP_FAMILY_IPV4},
          {"in4", "route", "tunnel"}},
         {"a policy of the other side gives way to a wider range; the packet's direction and family count",
          {10, "ge0/1", FP_INTERFACE_DIRECTION_OUT, FP_SIDE_SERVICE, FP_FAMILY_IPV4},
-         {"out4", "route", "wide"}},
+         {"route", "wide", "out4"}},
         {"the other family's list, whatever VPN it was bound in",
          {50, "ge0/1", FP_INTERFACE_DIRECTION_IN, FP_SIDE_SERVICE, FP_FAMILY_IPV6},
          {"in6", "wide"}},

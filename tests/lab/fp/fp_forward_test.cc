@@ -38,7 +38,7 @@ TEST_F(FpForwardShortTest, APacketMeetsTheStagesInOrderUntilOneDropsIt)
     };
     static const t_case cases[] = {
         {"5 ge0/1 in - - - 1 udp len=100", "accept", "", {1, 2, 3}, "low"},
-        {"5 ge0/1 in - - - 10 udp len=100", "reject", "interface-list", {1}, "low"},
+        {"5 ge0/1 in - - - 10 udp len=100", "reject", "ingress-list", {1}, "low"},
         {"5 ge0/1 in - - - 20 udp len=100", "policer-drop", "application-route", {1, 2}, "low"},
         {"5 ge0/1 in - - - 30 udp len=100", "accept", "", {1, 2, 3}, "high"},
         {"5 ge0/1 in - - - 40 udp len=100", "reject", "data-policy", {1, 2, 3}, "low"},
@@ -93,7 +93,7 @@ TEST_F(FpForwardShortTest, AReplayTakesTheFamilyFromEachPacket)
     EXPECT_EQ(got["accepted"], 2);
     EXPECT_EQ(got["rejected"], 2);
     ASSERT_EQ(got["filters"].size(), 3u);
-    EXPECT_EQ(got["filters"][0]["stage"], "interface-list");
+    EXPECT_EQ(got["filters"][0]["stage"], "ingress-list");
     EXPECT_EQ(got["filters"][0]["packets"], 3);
     EXPECT_EQ(got["filters"][2]["packets"], 3);
     EXPECT_EQ(got["filters"][2]["rejected"], 1);
@@ -121,10 +121,10 @@ TEST_F(FpForwardShortTest, TextShowsEachStageAsABlock)
               "family: ipv4\n"
               "verdict: reject\n"
               "dropped: yes\n"
-              "dropped-by: interface-list\n"
+              "dropped-by: ingress-list\n"
               "plp: low\n"
               "stages:\n"
-              "  - stage: interface-list\n"
+              "  - stage: ingress-list\n"
               "    name: l\n"
               "    filter: 1\n"
               "    verdict: reject\n"

@@ -134,6 +134,10 @@ TEST(FpRequestShortTest, BadRequestsTellWhatDoesNotHold)
         {"forward 10 ge0/1 none", "no direction: \"none\""},
         {"forward 10 ge0/1 in from=all", "no from: \"all\""},
         {"forward 10 ge0/1 in family=4", "no family: \"4\""},
+        {"forward 10 ge0/1 in out-vpn=x", "no out-vpn: \"x\""},
+        {"forward 10 ge0/1 in src6=10.0.0.1", "no src6: \"10.0.0.1\""},
+        {"replay --src6 ::1 a.pcap", "unknown word \"--src6\""},
+        {"zones 1", "unknown word \"1\""},
         {"forward 10 ge0/1 in 10.0.0.1", "the fields are SRC DST SPORT DPORT PROTO"},
         {"replay --vpn 10 --interface ge0/1 a.pcap", "--direction is missing"},
         {"replay --vpn", "nothing stands behind --vpn"},
@@ -175,15 +179,15 @@ TEST(FpRequestShortTest, SidecarLinesBelongToFramesOneByOne)
         {tarn_ip_dpi_app, 17}, {tarn_ip_match_any, 1}, {tarn_ip_plp, 2}};
     for (auto [type, value] : want) {
         t_fp_header header = fp_header_blank();
-        ASSERT_TRUE(fp_sidecar_next(&sidecar, &header, &error)) << error;
+        ASSERT_TRUE(fp_sidecar_next(&sidecar, &header, nullptr, &error)) << error;
         EXPECT_EQ(header.values[type], value);
         EXPECT_EQ(header.values[tarn_ip_fc], type == tarn_ip_dpi_app ? 3u : 0u);
     }
     t_fp_header header = fp_header_blank();
-    EXPECT_FALSE(fp_sidecar_next(&sidecar, &header, &error));
+    EXPECT_FALSE(fp_sidecar_next(&sidecar, &header, nullptr, &error));
     EXPECT_EQ(error, file.path + ":5: field \"src\" comes from the packet");
-    EXPECT_TRUE(fp_sidecar_next(&sidecar, &header, &error));
-    EXPECT_FALSE(fp_sidecar_next(&sidecar, &header, &error));
+    EXPECT_TRUE(fp_sidecar_next(&sidecar, &header, nullptr, &error));
+    EXPECT_FALSE(fp_sidecar_next(&sidecar, &header, nullptr, &error));
     EXPECT_EQ(error, file.path + ": has fewer lines than the capture has frames");
     EXPECT_FALSE(fp_sidecar_open(file.folder, &sidecar, &error));
 }
