@@ -1,6 +1,6 @@
 // NETCONF bytes of a peer from anywhere: framing, limits, message-ids, and the identification line of SSH.
 // The first byte chooses framing and pieces; in any pieces the same messages come out, and the budget is
-// even.
+// even. What is admitted is admitted as it is once more.
 
 #include "mgmtd/netconf/netconf_guard.h"
 #include "mgmtd/netconf/netconf_ident.h"
@@ -25,7 +25,7 @@ static std::vector<std::string> messages_take(std::string_view bytes, bool has_c
         std::string_view piece = bytes.substr(0, piece_size);
         size_t taken = 0;
         e_netconf_feed feed = netconf_guard_feed(&guard, piece, &taken);
-        require(taken <= piece.size() && guard.text.size() <= NETCONF_MAX_MESSAGE + piece.size() + 6);
+        require(taken <= piece.size() && guard.text.size() <= NETCONF_MAX_MESSAGE + 8 * piece.size() + 64);
         if (feed == NETCONF_FEED_BROKEN)
             return messages;
         require(feed == NETCONF_FEED_MESSAGE || taken == piece.size());
@@ -40,6 +40,14 @@ static std::vector<std::string> messages_take(std::string_view bytes, bool has_c
     return messages;
 }
 
+// An empty namespace is replaced once.
+static void admitted_check(const std::string &text)
+{
+    std::string framed = "\n#" + std::to_string(text.size()) + "\n" + text + "\n##\n";
+    require(text == "refused" ||
+            messages_take(framed, true, framed.size()) == std::vector<std::string>{text});
+}
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *p_data, size_t size)
 {
     std::string_view bytes(reinterpret_cast<const char *>(p_data), size);
@@ -49,7 +57,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *p_data, size_t size)
     bool has_chunks = (bytes.front() & 1) != 0;
     size_t piece_size = 1 + static_cast<unsigned char>(bytes.front()) / 2;
     bytes.remove_prefix(1);
-    require(messages_take(bytes, has_chunks, piece_size) ==
-            messages_take(bytes, has_chunks, bytes.size() + 1));
+    std::vector<std::string> messages = messages_take(bytes, has_chunks, piece_size);
+    require(messages == messages_take(bytes, has_chunks, bytes.size() + 1));
+    for (const std::string &text : messages)
+        admitted_check(text);
     return 0;
 }

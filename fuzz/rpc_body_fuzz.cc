@@ -1,7 +1,8 @@
-// The body of an rpc from anywhere: looked at, parsed as the transport does, and run with an engine. Each rpc
-// is answered exactly once, an error has a tag and a message, and the candidate stays a tree that can be
+// The body of an rpc from anywhere: guarded and parsed as the transport does, and run with an engine. Each
+// rpc is answered exactly once, an error has a tag and a message, and the candidate stays a tree that can be
 // printed.
 
+#include "mgmtd/netconf/netconf_guard.h"
 #include "mgmtd/netconf/netconf_modules.h"
 #include "mgmtd/rpc/mgmt_rpc.h"
 
@@ -65,10 +66,20 @@ static void reply_check(const t_mgmt_rpc_reply &reply)
     free(p_text);
 }
 
-static void body_run(World *p_world, const std::string &body)
+// What the transport makes of a message; empty for a refused one.
+static std::string guarded(const std::string &message)
 {
-    std::string text =
-        "<rpc message-id=\"1\" xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\">" + body + "</rpc>";
+    std::atomic<size_t> budget = 0;
+    t_netconf_guard guard(&budget);
+    size_t taken = 0;
+    netconf_guard_use_chunks(&guard);
+    std::string framed = "\n#" + std::to_string(message.size()) + "\n" + message + "\n##\n";
+    require(netconf_guard_feed(&guard, framed, &taken) == NETCONF_FEED_MESSAGE && taken == framed.size());
+    return guard.refusal == NETCONF_ADMITTED ? guard.text : "";
+}
+
+static void message_run(World *p_world, const std::string &text)
+{
     ly_in *p_in = nullptr;
     lyd_node *p_envelope = nullptr;
     lyd_node *p_rpc = nullptr;
@@ -109,9 +120,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *p_data, size_t size)
     static World world;
     std::string body(reinterpret_cast<const char *>(p_data), size);
     body.resize(std::min(body.size(), body.find('\0')));
-    if (!mgmt_rpc_xml_is_sane(body))
+    std::string text =
+        guarded("<rpc message-id=\"1\" xmlns=\"urn:ietf:params:xml:ns:netconf:base:1.0\">" + body + "</rpc>");
+    if (text.empty())
         return 0;
-    body_run(&world, body);
+    message_run(&world, text);
     candidate_reset(&world);
     return 0;
 }

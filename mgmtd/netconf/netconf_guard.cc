@@ -2,7 +2,12 @@
 
 #include "common/lum_assert.h"
 
+#include <algorithm>
+#include <utility>
+
 static constexpr std::string_view end_mark = "]]>]]>";
+static constexpr std::string_view base_namespace = "urn:ietf:params:xml:ns:netconf:base:1.0";
+static constexpr std::string_view prefix_mark = "xmlns:";
 static constexpr size_t kept_of_refused = 4096;  // enough for a start tag
 static constexpr size_t node_size = 128;         // bytes of the parser for an element, at least
 static constexpr uint64_t max_chunk = UINT32_MAX;
@@ -76,22 +81,63 @@ static void xml_open(t_netconf_guard *p_guard, char byte)
     if (byte == '?')
         return xml_enter(p_guard, NETCONF_XML_INSTRUCTION);
     xml_enter(p_guard, NETCONF_XML_TAG);
+    p_guard->name.clear();
+    p_guard->undeclares_prefix = false;
     count(p_guard);
+}
+
+static void name_add(t_netconf_guard *p_guard, char byte)
+{
+    if (byte == '=' || byte == ' ' || byte == '\t' || byte == '\r' || byte == '\n') {
+        p_guard->is_name_over = true;
+        return;
+    }
+    if (std::exchange(p_guard->is_name_over, false))
+        p_guard->name.clear();
+    if (p_guard->name.size() < prefix_mark.size())
+        p_guard->name.push_back(byte);
+}
+
+static void xml_tag_end(t_netconf_guard *p_guard)
+{
+    bool is_whole = p_guard->previous == '/';
+    xml_enter(p_guard, NETCONF_XML_TEXT);
+    if (p_guard->undeclares_prefix)
+        return refuse(p_guard, NETCONF_NOT_WELL_FORMED);
+    if (!is_whole && ++p_guard->depth > NETCONF_MAX_DEPTH)
+        refuse(p_guard, NETCONF_TOO_DEEP);
 }
 
 static void xml_tag(t_netconf_guard *p_guard, char byte)
 {
+    if (byte == '>')
+        return xml_tag_end(p_guard);
     if (byte == '"' || byte == '\'') {
         p_guard->xml = NETCONF_XML_QUOTE;
         p_guard->quote = byte;
         p_guard->value_size = 0;
         count(p_guard);
-    } else if (byte == '>') {
-        if (p_guard->previous != '/' && ++p_guard->depth > NETCONF_MAX_DEPTH)
-            refuse(p_guard, NETCONF_TOO_DEEP);
-        xml_enter(p_guard, NETCONF_XML_TEXT);
+    } else {
+        name_add(p_guard, byte);
     }
     p_guard->previous = byte;
+}
+
+// In an attribute's value. An empty default namespace becomes NETCONF's.
+static void xml_quote(t_netconf_guard *p_guard, char byte)
+{
+    p_guard->previous = byte;
+    if (byte != p_guard->quote) {
+        if (++p_guard->value_size > NETCONF_MAX_ATTRIBUTE)
+            refuse(p_guard, NETCONF_TOO_LONG);
+        return;
+    }
+    bool is_empty = p_guard->value_size == 0;
+    if (is_empty && p_guard->name == "xmlns")
+        p_guard->text.insert(p_guard->text.size() - 1, base_namespace);
+    p_guard->undeclares_prefix |= is_empty && p_guard->name == prefix_mark;
+    p_guard->name.clear();
+    p_guard->xml = NETCONF_XML_TAG;
 }
 
 // Behind "<!": a comment, a section of characters, or a document type.
@@ -127,12 +173,7 @@ static void xml_byte(t_netconf_guard *p_guard, char byte)
     case NETCONF_XML_TAG:
         return xml_tag(p_guard, byte);
     case NETCONF_XML_QUOTE:
-        if (byte == p_guard->quote)
-            p_guard->xml = NETCONF_XML_TAG;
-        p_guard->previous = byte;
-        if (++p_guard->value_size > NETCONF_MAX_ATTRIBUTE)
-            refuse(p_guard, NETCONF_TOO_LONG);
-        return;
+        return xml_quote(p_guard, byte);
     case NETCONF_XML_END_TAG:
         if (byte != '>')
             return;
@@ -157,16 +198,21 @@ static void xml_byte(t_netconf_guard *p_guard, char byte)
 static void payload_add(t_netconf_guard *p_guard, std::string_view bytes)
 {
     p_guard->is_begun = true;
+    while (!bytes.empty() && p_guard->refusal == NETCONF_ADMITTED) {
+        // What stands between tags goes in whole.
+        size_t between = p_guard->xml == NETCONF_XML_TEXT ? std::min(bytes.find('<'), bytes.size()) : 0;
+        p_guard->text.append(bytes.substr(0, between));
+        bytes.remove_prefix(between);
+        if (bytes.empty())
+            break;
+        p_guard->text.push_back(bytes.front());
+        xml_byte(p_guard, bytes.front());
+        bytes.remove_prefix(1);
+    }
     if (p_guard->refusal != NETCONF_ADMITTED)
         return;
-    p_guard->text.append(bytes);
-    for (char byte : bytes) {
-        xml_byte(p_guard, byte);
-        if (p_guard->refusal != NETCONF_ADMITTED)
-            return;
-    }
     bool is_marked = p_guard->frame == NETCONF_FRAME_MARK;
-    if (p_guard->text.size() > (is_marked ? NETCONF_MAX_MARKED + end_mark.size() : NETCONF_MAX_MESSAGE))
+    if (p_guard->text.size() > (is_marked ? NETCONF_MAX_MARKED : NETCONF_MAX_MESSAGE))
         return refuse(p_guard, NETCONF_TOO_LARGE);
     charge(p_guard);
 }
@@ -179,21 +225,20 @@ static size_t mark_advance(size_t matched, char byte)
     return byte == ']' ? 2 : 0;  // the mark misses "]" only behind "]]"
 }
 
+// What may be the mark is no part of the message until another byte has come.
 static e_netconf_feed feed_mark(t_netconf_guard *p_guard, std::string_view bytes, size_t *p_taken)
 {
-    for (size_t at = 0; at < bytes.size(); at++) {
-        p_guard->mark_matched = mark_advance(p_guard->mark_matched, bytes[at]);
-        if (p_guard->mark_matched < end_mark.size())
-            continue;
-        payload_add(p_guard, bytes.substr(0, at + 1));
-        if (p_guard->refusal == NETCONF_ADMITTED)
-            p_guard->text.resize(p_guard->text.size() - end_mark.size());
-        *p_taken = at + 1;
-        return NETCONF_FEED_MESSAGE;
+    std::string payload;
+    payload.reserve(bytes.size() + end_mark.size());
+    while (*p_taken < bytes.size() && p_guard->mark_matched < end_mark.size()) {
+        char byte = bytes[(*p_taken)++];
+        size_t matched = mark_advance(p_guard->mark_matched, byte);
+        payload.append(end_mark.substr(0, p_guard->mark_matched)).push_back(byte);
+        payload.resize(payload.size() - matched);
+        p_guard->mark_matched = matched;
     }
-    payload_add(p_guard, bytes);
-    *p_taken = bytes.size();
-    return NETCONF_FEED_MORE;
+    payload_add(p_guard, payload);
+    return p_guard->mark_matched == end_mark.size() ? NETCONF_FEED_MESSAGE : NETCONF_FEED_MORE;
 }
 
 // A byte of the framing between chunks. False: that is none.

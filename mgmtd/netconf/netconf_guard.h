@@ -4,9 +4,11 @@
 // (base:1.1). The guard undoes either, and looks at the XML just enough to know its size, its depth and the
 // number of its elements, because the parser behind it keeps a message whole, recurses for each level, and
 // makes a node of some hundred bytes for each element; of a message without any text it reads what is not
-// there. A message beyond the limits, with a document type (where entities are declared), or without an
-// element, is passed over up to its end and comes out as refused, so that the session can answer and go on.
-// Broken framing can't be mended: the session ends.
+// there, and it crashes at siblings of one name where a namespace is taken away (xmlns=""). Such a namespace
+// is written as NETCONF's own, which a filter takes for any as well; xmlns:p="" is no XML. A message beyond
+// the limits, with a document type (where entities are declared), or without an element, is passed over up to
+// its end and comes out as refused, so that the session can answer and go on. Broken framing can't be mended:
+// the session ends.
 //
 // One guard for one peer, one thread. Memory held for all peers together is bounded by a budget that they
 // share; messages up to NETCONF_SMALL_MESSAGE are always admitted.
@@ -68,7 +70,8 @@ struct t_netconf_guard {
     t_netconf_guard(const t_netconf_guard &) = delete;
     t_netconf_guard &operator=(const t_netconf_guard &) = delete;
 
-    // The message so far. Of a refused one the beginning only.
+    // The message so far, with NETCONF's namespace in place of an empty one. Of a refused one the beginning
+    // only.
     std::string text;
     e_netconf_refusal refusal = NETCONF_ADMITTED;
 
@@ -83,8 +86,11 @@ struct t_netconf_guard {
     bool has_data = false;  // a chunk has come
     e_netconf_xml xml = NETCONF_XML_TEXT;
     char quote = 0;
-    size_t value_size = 0;  // of the attribute
-    std::string seen;       // the last bytes of a declaration, comment, section or instruction, at most 8
+    size_t value_size = 0;           // of the attribute
+    std::string name;                // of the attribute, at most its first 6 bytes
+    bool is_name_over = false;       // what comes is no part of it
+    bool undeclares_prefix = false;  // the start tag has xmlns:p=""
+    std::string seen;  // the last bytes of a declaration, comment, section or instruction, at most 8
     char previous = 0;
     size_t depth = 0;
     size_t elements = 0;

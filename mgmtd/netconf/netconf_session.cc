@@ -134,6 +134,8 @@ static nc_server_reply *on_rpc(lyd_node *p_rpc, nc_session *p_session)
     mgmt_engine_post(link->p_netconf->p_engine, [link, p_rpc] { rpc_begin(link, p_rpc); });
     bool is_subscription = strcmp(p_rpc->schema->name, "create-subscription") == 0;
     t_mgmt_rpc_reply reply = rpc_await(link.get(), p_session, is_subscription);
+    if (is_subscription && reply.kind == MGMT_RPC_OK)
+        nc_session_inc_notif_status(p_session);  // else the library sends none
     if (mail_is_end(link.get()))
         session_close(link.get(), false);
     if (reply.kind == MGMT_RPC_ERRORS) {

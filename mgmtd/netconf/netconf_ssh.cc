@@ -8,6 +8,8 @@
 #include <poll.h>
 #include <unistd.h>
 
+static constexpr auto close_time = std::chrono::seconds(2);
+
 struct t_ssh_wire {
     t_netconf_link *p_link;
     ssh_session p_session = nullptr;
@@ -19,6 +21,7 @@ struct t_ssh_wire {
     int wrong_passwords = 0;
     bool is_refused = false;  // nothing more is expected of this peer
     bool is_open = false;     // the subsystem is running
+    bool has_left = false;    // the peer has closed its side
 
     ~t_ssh_wire();
 };
@@ -101,6 +104,11 @@ static int on_subsystem(ssh_session, ssh_channel, const char *subsystem, void *p
     return 0;
 }
 
+static void on_close(ssh_session, ssh_channel, void *p_ctx)
+{
+    static_cast<t_ssh_wire *>(p_ctx)->has_left = true;
+}
+
 static ssh_channel on_channel(ssh_session p_session, void *p_ctx)
 {
     t_ssh_wire *p_wire = static_cast<t_ssh_wire *>(p_ctx);
@@ -123,6 +131,7 @@ static void callbacks_set(t_ssh_wire *p_wire)
     p_wire->server.channel_open_request_session_function = on_channel;
     p_wire->channel.userdata = p_wire;
     p_wire->channel.channel_subsystem_request_function = on_subsystem;
+    p_wire->channel.channel_close_function = on_close;
     ssh_set_server_callbacks(p_wire->p_session, &p_wire->server);
     ssh_set_auth_methods(p_wire->p_session, SSH_AUTH_METHOD_PASSWORD | SSH_AUTH_METHOD_PUBLICKEY);
 }
@@ -234,13 +243,18 @@ static ssize_t ssh_write(void *p_ctx, std::string_view bytes)
     return written >= 0 ? written : -1;
 }
 
+// The peer may not have read yet what came last, and a disconnect lets it drop that: its own close comes
+// first.
 static void ssh_close(void *p_ctx)
 {
     std::unique_ptr<t_ssh_wire> wire(static_cast<t_ssh_wire *>(p_ctx));
+    auto deadline = netconf_clock::now() + close_time;
     ssh_channel_request_send_exit_status(wire->p_channel, 0);
     ssh_channel_send_eof(wire->p_channel);
     ssh_channel_close(wire->p_channel);
-    ssh_event_dopoll(wire->p_event, 0);
+    while (ssh_event_dopoll(wire->p_event, 0) != SSH_ERROR && ssh_is_connected(wire->p_session) &&
+           !wire->has_left && peer_wait(wire.get(), deadline))
+        continue;
 }
 
 const t_netconf_wire_ops g_netconf_ssh_wire = {

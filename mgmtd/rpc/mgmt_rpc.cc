@@ -61,7 +61,7 @@ const t_mgmt_rights &rpc_rights(t_mgmt_rpc_session *p_session)
     t_mgmt_rpc_server *p_server = p_session->server.get();
     mgmt_tree_ptr running = mgmt_tree_of(p_session->p_engine, MGMT_DS_RUNNING);
     if (p_server->rights == nullptr || p_server->rights_config != running) {
-        p_server->rights = mgmt_rights_new(*running);
+        p_server->rights = mgmt_rights_new(*running, p_server->rights);
         p_server->rights_config = std::move(running);
     }
     return *p_server->rights;

@@ -7,8 +7,8 @@
 // Sessions of one server share a record: what netconf-state tells, whom a lock's error names, and the rights,
 // which are compiled once for each running configuration.
 //
-// The transport (mgmtd/netconf) parses the rpc, hands it over, and sends what comes back; it serves
-// close-session and kill-session itself after mgmt_rpc_may. get-schema is served here.
+// The transport (mgmtd/netconf) limits depth and size of the rpc, parses it, hands it over, and sends what
+// comes back; it serves close-session and kill-session itself after mgmt_rpc_may. get-schema is served here.
 #pragma once
 
 #include "mgmtd/engine/mgmt_engine.h"
@@ -64,13 +64,6 @@ mgmt_rpc_session_ptr mgmt_rpc_session_open(t_mgmt_engine *p_engine, const std::s
                                            uint32_t netconf_id, t_mgmt_rpc_stream stream);
 
 // ---- The server as a whole ----
-
-// Whether an XML text may be given to the parser: false for a document type, an entity declaration, more than
-// MGMT_RPC_MAX_DEPTH open elements, and for a namespace that is taken away (xmlns="", xmlns:p=""), since
-// libyang 2.1.30 crashes on two siblings of one name in no namespace. Every message that comes from outside
-// has to pass. The text need not be well formed.
-inline constexpr size_t MGMT_RPC_MAX_DEPTH = 64;
-[[nodiscard]] bool mgmt_rpc_xml_is_sane(std::string_view text);
 
 // One for a server, made before its first session. The transport's record (null: none) is what netconf-state
 // shows of sessions and counters; it must outlive the sessions.

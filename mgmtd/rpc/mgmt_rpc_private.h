@@ -63,6 +63,9 @@ t_mgmt_rpc_error rpc_error(const char *type, const char *tag, std::string messag
 // An error about an element of the request: bad-element is its name.
 t_mgmt_rpc_error rpc_error_element(const char *tag, const std::string &element, std::string message);
 
+// A session of the engine by its number on the wire; 0 if it is none of NETCONF.
+uint32_t rpc_session_number(const t_mgmt_rpc_session &session, uint32_t engine_session);
+
 // The session that holds a lock, by its number on the wire; 0 if it is nobody's of NETCONF.
 uint32_t rpc_lock_holder(const t_mgmt_rpc_session &session, e_mgmt_datastore datastore);
 

@@ -39,12 +39,25 @@ void rpc_unlock(const rpc_call_ptr &call)
 
 // ---- Commit ----
 
-// A persist-id that does not fit is a wrong value here, not a want of rights.
-static void fail_persist(const rpc_call_ptr &call, t_mgmt_error error)
+// The commit that waits for its confirmation is another session's, or there is none. A persist-id that fits
+// no commit is a wrong value.
+static void fail_confirm(const rpc_call_ptr &call, const t_mgmt_error &error)
 {
-    if (error.code != MGMT_ERR_ACCESS_DENIED)
+    bool fits_nothing = error.code == MGMT_ERR_NOEXISTS && error.path.empty();
+    if (error.code != MGMT_ERR_ACCESS_DENIED && !fits_nothing)
         return rpc_fail_engine(call, error);
-    rpc_fail(call, rpc_error_element("invalid-value", "persist-id", error.reason));
+    if (rpc_child(call->input.get(), "persist-id") != nullptr)
+        return rpc_fail(call, rpc_error_element("invalid-value", "persist-id", error.reason));
+    auto pending = mgmt_pending_confirm(*call->p_session->p_engine);
+    if (!pending)
+        return rpc_fail(call, rpc_error("protocol", "operation-failed", error.reason));
+    uint32_t number = pending->session != 0 ? rpc_session_number(*call->p_session, pending->session) : 0;
+    std::string who = number != 0             ? "session " + std::to_string(number)
+                      : pending->session != 0 ? "a session of the command line"
+                                              : "who knows its persist-id";
+    rpc_fail(call, rpc_error("protocol", "in-use",
+                             "commit " + std::to_string(pending->number) + " of " + pending->user +
+                                 " waits for its confirmation, which only " + who + " can give"));
 }
 
 static bool confirm_read(const rpc_call_ptr &call, t_mgmt_commit_request *p_request)
@@ -86,7 +99,7 @@ void rpc_commit(const rpc_call_ptr &call)
         if (result.error.code == MGMT_OK)
             rpc_ok(call);
         else
-            fail_persist(call, result.error);
+            fail_confirm(call, result.error);
     };
     mgmt_commit(p_engine, p_session->session, std::move(request));
 }
@@ -98,10 +111,8 @@ void rpc_cancel_commit(const rpc_call_ptr &call)
     auto done = [call](const t_mgmt_error &error) {
         if (error.code == MGMT_OK)
             rpc_ok(call);
-        else if (error.code == MGMT_ERR_NOEXISTS)
-            rpc_fail(call, rpc_error("protocol", "operation-failed", "no confirmed commit is pending"));
         else
-            fail_persist(call, error);
+            fail_confirm(call, error);
     };
     mgmt_cancel_commit(p_session->p_engine, p_session->session, persist_id, std::move(done));
 }

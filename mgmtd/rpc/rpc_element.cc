@@ -39,55 +39,30 @@ static void known_read(const lyd_node *p_node, t_rpc_element *p_element)
             {p_meta->annotation->module->name, p_meta->name, text_or_empty(lyd_get_meta_value(p_meta))});
 }
 
-static bool siblings_read(const lyd_node *p_first, size_t depth, std::vector<t_rpc_element> *p_elements)
+// The transport bounds the depth.
+static void siblings_read(const lyd_node *p_first, std::vector<t_rpc_element> *p_elements)
 {
-    if (depth > MGMT_RPC_MAX_DEPTH)
-        return p_first == nullptr;
     for (const lyd_node *p_node = p_first; p_node != nullptr; p_node = p_node->next) {
         t_rpc_element &element = p_elements->emplace_back();
         if (p_node->schema == nullptr)
             opaque_read(p_node, &element);
         else
             known_read(p_node, &element);
-        if (!siblings_read(lyd_child(p_node), depth + 1, &element.children))
-            return false;
+        siblings_read(lyd_child(p_node), &element.children);
     }
-    return true;
-}
-
-// Content that libyang has left as a text.
-static bool text_parse(const lyd_node_any *p_any, lyd_ptr *p_tree)
-{
-    bool is_lyb = p_any->value_type == LYD_ANYDATA_LYB;
-    bool is_json = p_any->value_type == LYD_ANYDATA_JSON;
-    std::string text = is_lyb ? "" : trimmed(p_any->value.str);
-    if (!is_lyb && text.empty())
-        return true;
-    if (!is_lyb && !is_json && !mgmt_rpc_xml_is_sane(text))
-        return false;
-    LYD_FORMAT format = is_lyb ? LYD_LYB : (is_json ? LYD_JSON : LYD_XML);
-    lyd_node *p_first = nullptr;
-    LY_ERR result = lyd_parse_data_mem(LYD_CTX(p_any), is_lyb ? p_any->value.mem : text.c_str(), format,
-                                       LYD_PARSE_ONLY | LYD_PARSE_OPAQ, 0, &p_first);
-    p_tree->reset(p_first);
-    return result == LY_SUCCESS;
 }
 
 bool rpc_elements_read(const lyd_node *p_node, std::vector<t_rpc_element> *p_elements,
                        t_mgmt_rpc_error *p_error)
 {
     auto p_any = reinterpret_cast<const lyd_node_any *>(p_node);
-    const char *name = p_node->schema->name;
-    lyd_ptr parsed;
-    if (p_any->value_type != LYD_ANYDATA_DATATREE && !text_parse(p_any, &parsed)) {
-        *p_error =
-            rpc_error_element("bad-element", name, std::string("the content of ") + name + " is no XML");
-        return false;
-    }
-    const lyd_node *p_first = p_any->value_type == LYD_ANYDATA_DATATREE ? p_any->value.tree : parsed.get();
-    if (siblings_read(p_first, 1, p_elements))
+    bool is_tree = p_any->value_type == LYD_ANYDATA_DATATREE;
+    if (is_tree)
+        siblings_read(p_any->value.tree, p_elements);
+    if (is_tree || trimmed(p_any->value.str).empty())
         return true;
-    *p_error = rpc_error_element("bad-element", name, std::string("the content of ") + name + " is too deep");
+    const char *name = p_node->schema->name;
+    *p_error = rpc_error_element("bad-element", name, std::string("the content of ") + name + " is no XML");
     return false;
 }
 

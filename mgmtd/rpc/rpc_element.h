@@ -1,9 +1,9 @@
 // The content of an anyxml parameter (a filter, a configuration) as plain elements.
 //
 // libyang hands such content over in several forms: nodes of the model where they fit it, opaque nodes where
-// they do not, or a text. Filters and edits need none of its checks (a filter's leaf has no value, an edit's
-// deleted leaf neither), so both are read from this one form. Values are canonical where libyang knew the
-// node, and as written, without surrounding blanks, where it did not.
+// they do not, or a text where there are no elements. Filters and edits need none of its checks (a filter's
+// leaf has no value, an edit's deleted leaf neither), so both are read from this one form. Values are
+// canonical where libyang knew the node, and as written, without surrounding blanks, where it did not.
 #pragma once
 
 #include "mgmtd/rpc/mgmt_rpc.h"
@@ -24,8 +24,7 @@ struct t_rpc_element {
 
 inline constexpr size_t RPC_MAX_FILTER_ELEMENTS = 4096;
 
-// Reads the content of an anyxml node. False for what is too deep or no XML, with an error that names the
-// node.
+// Reads the content of an anyxml node. False for a text, with an error that names the node.
 [[nodiscard]] bool rpc_elements_read(const lyd_node *p_any, std::vector<t_rpc_element> *p_elements,
                                      t_mgmt_rpc_error *p_error);
 

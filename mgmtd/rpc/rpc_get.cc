@@ -64,9 +64,11 @@ void rpc_get_config(const rpc_call_ptr &call)
     read_end(read, rpc_scope_copy(rpc_filter_scope(read.filter, mgmt_engine_schema(*p_engine)), *source));
 }
 
-// The server's own state beside the model's.
+// The server's own state beside the model's. Denials so far are those before this request's.
 static void own_add(const t_read &read, const mgmt_work_tree_ptr &tree)
 {
+    if (rpc_filter_wants(read.filter, tree->p_context, "ietf-netconf-acm", "nacm"))
+        mgmt_rights_add_state(rpc_rights(read.call->p_session), tree.get());
     auto wants = [&](const char *module, const char *name) {
         return rpc_filter_wants(read.filter, tree->p_context, module, name);
     };

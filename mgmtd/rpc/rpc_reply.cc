@@ -97,13 +97,17 @@ t_mgmt_rpc_error mgmt_rpc_error_of(const t_mgmt_engine &engine, const t_mgmt_err
     return made;
 }
 
-uint32_t rpc_lock_holder(const t_mgmt_rpc_session &session, e_mgmt_datastore datastore)
+uint32_t rpc_session_number(const t_mgmt_rpc_session &session, uint32_t engine_session)
 {
-    uint32_t holder = mgmt_lock_holder(*session.p_engine, datastore);
     for (const t_mgmt_rpc_session *p_other : session.server->sessions)
-        if (p_other->session == holder)
+        if (p_other->session == engine_session)
             return p_other->netconf_id;
     return 0;
+}
+
+uint32_t rpc_lock_holder(const t_mgmt_rpc_session &session, e_mgmt_datastore datastore)
+{
+    return rpc_session_number(session, mgmt_lock_holder(*session.p_engine, datastore));
 }
 
 // An error of a lock names the session as clients know it.

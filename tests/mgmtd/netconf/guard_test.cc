@@ -13,7 +13,7 @@ struct t_taken {
     bool operator==(const t_taken &) const = default;
 };
 
-static t_taken fine(const char *text)
+static t_taken fine(const std::string &text)
 {
     return {text, NETCONF_ADMITTED};
 }
@@ -55,11 +55,13 @@ TEST(NetconfGuard, MessagesAreTheSameInAnyPieces)
     std::string nested;
     for (size_t i = 0; i <= NETCONF_MAX_DEPTH; i++)
         nested += "<a b='>'>";
+    static const std::string base = "urn:ietf:params:xml:ns:netconf:base:1.0";
     static const t_taken broken = {"", NETCONF_NOT_WELL_FORMED};
     const std::vector<t_case> cases = {
         {"<a/>]]>]]><b/>]]>]]]>]]><b>]]]>]]></b>]]>]]>]]>]]>",
          false,
          {fine("<a/>"), fine("<b/>]]>]"), broken, broken, broken}},
+        {"<a></a]]>]]><a/>]]>]]>", false, {broken, fine("<a/>")}},
         {"<!DOCTYPE a>]]>]]><a/>]]>]]>", false, {t_taken{"", NETCONF_DOCUMENT_TYPE}, fine("<a/>")}},
         {"<!-- <!DOCTYPE --><![CDATA[<!D]]><a/>]]>]]>",
          false,
@@ -71,6 +73,13 @@ TEST(NetconfGuard, MessagesAreTheSameInAnyPieces)
         {"\n#01\nx", true, {fine("broken")}},
         {"\n#99999999999\n", true, {fine("broken")}},
         {"<a/>", true, {fine("broken")}},
+        {"<a><b xmlns=\"\"/><b\txmlns \n= ''/></a>]]>]]>",
+         false,
+         {fine("<a><b xmlns=\"" + base + "\"/><b\txmlns \n= '" + base + "'/></a>")}},
+        {"<a b=\"\" xmlns=\"x\" xmlnsx='' c='xmlns=\"\"'>xmlns=\"\"</a>]]>]]>",
+         false,
+         {fine("<a b=\"\" xmlns=\"x\" xmlnsx='' c='xmlns=\"\"'>xmlns=\"\"</a>")}},
+        {"<a xmlns:b=\"x\"><c xmlns:p=\"\"/></a>]]>]]><a/>]]>]]>", false, {broken, fine("<a/>")}},
     };
     std::mt19937 random(7);
     for (const auto &c : cases)

@@ -96,32 +96,3 @@ TEST(RpcFilter, OnlyProvidersOfWhatIsAskedForAreCalled)
     EXPECT_EQ(get(""), "<data/>") << "others' rows are left out";
     EXPECT_EQ(daemon.requests.size(), 1u);
 }
-
-TEST(RpcXml, WhatTheParserMustNotSee)
-{
-    auto nested = [](size_t depth) {
-        std::string text;
-        for (size_t i = 0; i < depth; i++)
-            text += "<a b='>'>";
-        for (size_t i = 0; i < depth; i++)
-            text += "</a>";
-        return text;
-    };
-    const std::pair<std::string, bool> rows[] = {
-        {"", true},
-        {"<?xml version=\"1.0\"?><rpc><get/></rpc>", true},
-        {nested(MGMT_RPC_MAX_DEPTH), true},
-        {nested(MGMT_RPC_MAX_DEPTH) + nested(MGMT_RPC_MAX_DEPTH), true},
-        {nested(MGMT_RPC_MAX_DEPTH + 1), false},
-        {"<!-- " + nested(100) + " --><![CDATA[<!DOCTYPE]]>", true},
-        {"<!DOCTYPE a [<!ENTITY b \"c\">]><a>&b;</a>", false},
-        {"<a><!ENTITY b \"c\"></a>", false},
-        {"</a></a><a", true},
-        {"<a><b xmlns=\"\"/><b xmlns=''/></a>", false},
-        {"<a xmlns:p \n= \"\"><p:b/><p:b/></a>", false},
-        {"<a b=\"\" xmlns=\"x\" xmlnsx=\"\" c='xmlns=\"\"'>xmlns=\"\"</a>", true},
-        {"<!--", true},
-    };
-    for (const auto &[text, is_sane] : rows)
-        EXPECT_EQ(mgmt_rpc_xml_is_sane(text), is_sane) << text;
-}
