@@ -1,8 +1,8 @@
 #include "lab/ftmd/ftm_handover.h"
 
+#include "common/unix_socket.h"
 #include "lab/control/lab_answer.h"
 #include "lab/control/lab_program.h"
-#include "lab/control/lab_socket.h"
 
 #include <cstdlib>
 #include <event2/buffer.h>
@@ -111,7 +111,7 @@ static void on_event(bufferevent *, short, void *p_arg)
 static void on_retry(evutil_socket_t, short, void *p_arg)
 {
     t_ftm_handover *p_handover = static_cast<t_ftm_handover *>(p_arg);
-    int fd = lab_socket_connect(p_handover->path);
+    int fd = unix_socket_connect(p_handover->path);
     if (fd < 0)
         return connection_end(p_handover);
     p_handover->p_bev = bufferevent_socket_new(p_handover->p_base, fd, BEV_OPT_CLOSE_ON_FREE);
