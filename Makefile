@@ -1,7 +1,9 @@
 # Front door. The work is done by CMake presets (see CMakePresets.json); build folders are build/<preset>.
 #
 #   make demo     build, then show the main job end to end
+#   make lab      build, start a lab router and open its command line; it runs on until lab/lab stop router
 #   make check    build with sanitizers and run every test; a short set runs on the release build too
+#   make threads  the part of check that runs under the thread sanitizer
 #   make soak     the tests that are too long for check
 #   make bench    benchmarks; SETS=<folder> adds the rule sets of that folder
 #   make fuzz     every fuzz target for FUZZ_SECONDS (60) each
@@ -11,8 +13,9 @@
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 60
 SETS ?=
+ROUTER = tarnd mgmtd lumora-cli chmgrd fpd fpctl ftmd ttmd sysmgrd peerctl
 
-.PHONY: all demo check soak bench fuzz lint format packages clean
+.PHONY: all demo lab check threads soak bench fuzz lint format packages clean
 
 all: build-release
 
@@ -25,9 +28,13 @@ build-%: packages
 
 demo: packages
 	@cmake --preset release --log-level=NOTICE
-	@cmake --build --preset release -j $(JOBS) --target tarnc rulegen fpd fpctl filter_demo \
-		tarn_loader ftmd ttmd peerctl
+	@cmake --build --preset release -j $(JOBS) --target tarnc rulegen $(ROUTER)
 	@scripts/demo
+
+lab: packages
+	@cmake --preset release --log-level=NOTICE
+	@cmake --build --preset release -j $(JOBS) --target $(ROUTER)
+	@scripts/lab-router
 
 # The death tests, a short set and one lab against the build that ships, then the full set with sanitizers.
 check: packages
@@ -35,6 +42,13 @@ check: packages
 	@$(MAKE) --no-print-directory build-check build-release
 	@ctest --preset release -j $(JOBS) -R '(DeathTest|Short|Golden|Cli|frame_tarnd)' -LE soak
 	@ctest --preset check -j $(JOBS) -LE soak
+	@$(MAKE) --no-print-directory threads
+
+# The tests with the label threads under the thread sanitizer.
+threads: packages
+	@cmake --preset tsan --log-level=NOTICE
+	@cmake --build --preset tsan -j $(JOBS) --target thread_tests
+	@ctest --preset tsan -j $(JOBS) -L threads -LE soak
 
 soak: build-release
 	@ctest --preset release -j 1 -L soak

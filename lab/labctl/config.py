@@ -1,7 +1,7 @@
 """What a lab contains: files placed inside it and the programs that it starts, read from a JSON file.
 
     {
-      "files":    {"/etc/default/sim_size": "small\n"},
+      "files":    {"/etc/default/sim_size": "small\n", "/etc/default/sysmgrd.json": {"daemons": []}},
       "private":  ["/var/log"],
       "env":      {"TARN_DEBUG": "1"},
       "programs": [
@@ -9,7 +9,8 @@
       ]
     }
 
-Every member may be missing. Files may only stand below private folders, so that nothing of the host is written.
+Every member may be missing. A file's content is a text, or an object or a list that is written as JSON. Files may only
+stand below private folders, so that nothing of the host is written.
 Unknown members are refused: a mistyped one would otherwise be a lab that silently lacks something.
 """
 import dataclasses
@@ -68,7 +69,7 @@ def parse(data, source):
     check = _Check(source)
     check.members(data, "the configuration", ("files", "private", "env", "programs"))
     private = [check.private_folder(p) for p in check.typed(data.get("private", []), list, "private")]
-    files = check.texts(data.get("files", {}), "files")
+    files = check.contents(data.get("files", {}))
     for target in files:
         check.placed_file(target, [*PRIVATE_FOLDERS, *private])
     programs = [check.program(p) for p in check.typed(data.get("programs", []), list, "programs")]
@@ -102,6 +103,11 @@ class _Check:
         for key, text in self.typed(value, dict, where).items():
             self.typed(text, str, f"{where}: {key}")
         return value
+
+    def contents(self, value):
+        files = self.typed(value, dict, "files")
+        return self.texts({path: json.dumps(content, indent=2) + "\n" if isinstance(content, (dict, list)) else content
+                           for path, content in files.items()}, "files")
 
     def private_folder(self, path):
         self.typed(path, str, "private")

@@ -25,12 +25,13 @@ def start(name, config, bin_folder, log_folder):
     """Starts a lab and returns it once all its programs are ready. On failure nothing of it is left but the logs in
     a `log_folder` of the caller's (None: inside the lab's own folder)."""
     bin_folder = Path(bin_folder or DEFAULT_BIN).resolve()
+    shared = [str(folder) for folder in [bin_folder.parent / "share"] if folder.is_dir()]
 
     def describe(folder):
         logs = Path(log_folder).resolve() if log_folder else folder / "log"
         logs.mkdir(parents=True, exist_ok=True)
         return {"name": folder.name, "folder": str(folder), "logs": str(logs), "bin": str(bin_folder),
-                "path": f"{bin_folder}:{SYSTEM_PATH}", "visible": [str(SOURCE_ROOT), str(bin_folder)],
+                "path": f"{bin_folder}:{SYSTEM_PATH}", "visible": [str(SOURCE_ROOT), str(bin_folder), *shared],
                 "config": config.to_dict()}
 
     lab, lock_fd = registry.create(name, describe)

@@ -109,6 +109,15 @@ void daemon_restart(t_daemon *p_daemon, uint64_t now_ms)
     daemon_start(p_daemon, now_ms);
 }
 
+void daemon_other_ended(t_daemon *p_daemon, const std::string &name, uint64_t now_ms)
+{
+    const std::vector<std::string> &names = p_daemon->spec.restart_with;
+    if (!is_running(p_daemon) || std::find(names.begin(), names.end(), name) == names.end())
+        return;
+    log_text(p_daemon, name + " has ended, so it begins anew");
+    daemon_restart(p_daemon, now_ms);
+}
+
 void daemon_kill(t_daemon *p_daemon)
 {
     if (!is_running(p_daemon) && p_daemon->state != DAEMON_STOPPING)

@@ -4,7 +4,8 @@
 // with its first hello, or after a second for one that says none, and goes with the process. From the first
 // hello on one is due every second. After three missed ones the process is killed. A process that ends while
 // it is wanted is started again after a pause, which doubles, from half a second to 8, as long as it lives
-// shorter than a second. A process that an earlier manager started is taken over.
+// shorter than a second. A process that an earlier manager started is taken over. A daemon that can't outlive
+// another one is started anew when that one has ended.
 //
 // The logic has no clock and no system calls of its own: time comes in, in milliseconds of one clock that
 // doesn't jump, and what is to be done goes out through t_daemon_ops.
@@ -34,11 +35,12 @@ enum e_daemon_state {
 
 struct t_daemon_spec {
     std::string name;
-    uint32_t module;  // e_lum_module
+    uint32_t module;  // e_lum_module; 0 for one without hellos
     std::vector<std::string> command;
     bool has_hello;
     int stop_signal;
-    std::string output;  // file for its outputs; empty: the manager's own
+    std::string output;                     // file for its outputs; empty: the manager's own
+    std::vector<std::string> restart_with;  // names of daemons whose end it does not outlive
 };
 
 // All set. They don't call back.
@@ -85,6 +87,9 @@ t_daemon daemon_make(const t_daemon_spec &spec, const t_daemon_host &host);
 void daemon_start(t_daemon *p_daemon, uint64_t now_ms);
 void daemon_stop(t_daemon *p_daemon, uint64_t now_ms);
 void daemon_restart(t_daemon *p_daemon, uint64_t now_ms);
+
+// To be told of each daemon's end. One that follows it and runs is stopped in order and started again.
+void daemon_other_ended(t_daemon *p_daemon, const std::string &name, uint64_t now_ms);
 
 // Kills it if it lives; for one that must end now.
 void daemon_kill(t_daemon *p_daemon);

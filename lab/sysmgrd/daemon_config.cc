@@ -44,20 +44,34 @@ static int signal_read(const std::string &text, const std::string &name)
 
 static t_daemon_spec spec_read(const json &object)
 {
-    members_check(object, {"name", "module", "command", "hello", "stop_signal", "output"}, "a daemon");
+    members_check(object, {"name", "module", "command", "hello", "stop_signal", "output", "restart_with"},
+                  "a daemon");
     t_daemon_spec spec = {};
     spec.name = object.value("name", "");
     bool is_plain = !spec.name.empty() && spec.name.find('/') == std::string::npos && spec.name.size() < 32;
     require(is_plain, "a daemon's \"name\" is missing or no file name");
-    require(object.contains("module") && object.contains("command"),
+    spec.has_hello = object.value("hello", true);
+    require((object.contains("module") || !spec.has_hello) && object.contains("command"),
             spec.name + ": \"module\" or \"command\" is missing");
-    spec.module = module_read(object["module"], spec.name);
+    spec.module = object.contains("module") ? module_read(object["module"], spec.name) : 0;
     spec.command = object["command"].get<std::vector<std::string>>();
     require(!spec.command.empty() && !spec.command[0].empty(), spec.name + ": \"command\" is empty");
-    spec.has_hello = object.value("hello", true);
     spec.stop_signal = signal_read(object.value("stop_signal", "USR2"), spec.name);
     spec.output = object.value("output", "");
+    spec.restart_with = object.value("restart_with", std::vector<std::string>());
     return spec;
+}
+
+static void followed_check(const std::vector<t_daemon_spec> &specs)
+{
+    for (const t_daemon_spec &spec : specs) {
+        for (const std::string &name : spec.restart_with) {
+            bool is_other = name != spec.name &&
+                            std::any_of(specs.begin(), specs.end(),
+                                        [&name](const t_daemon_spec &other) { return other.name == name; });
+            require(is_other, spec.name + ": \"restart_with\" names " + name + ", which is no other daemon");
+        }
+    }
 }
 
 static std::vector<t_daemon_spec> specs_read(const std::string &text)
@@ -68,11 +82,12 @@ static std::vector<t_daemon_spec> specs_read(const std::string &text)
     for (const json &object : config.value("daemons", json::array())) {
         t_daemon_spec spec = spec_read(object);
         bool is_new = std::none_of(specs.begin(), specs.end(), [&spec](const t_daemon_spec &other) {
-            return other.name == spec.name || other.module == spec.module;
+            return other.name == spec.name || (spec.module != 0 && other.module == spec.module);
         });
         require(is_new, spec.name + ": its name or module is another's, too");
         specs.push_back(std::move(spec));
     }
+    followed_check(specs);
     return specs;
 }
 

@@ -63,6 +63,13 @@ static bool has_process(const t_daemon &daemon)
     return daemon.pid > 0 && daemon.state != DAEMON_OBSERVED;
 }
 
+static void end_note(t_sysmgr_service *p_service, t_daemon *p_ended, const std::string &how, uint64_t now_ms)
+{
+    daemon_ended(p_ended, how, now_ms);
+    for (t_daemon &other : p_service->daemons)
+        daemon_other_ended(&other, p_ended->spec.name, now_ms);
+}
+
 static void on_step(evutil_socket_t, short, void *p_arg)
 {
     t_sysmgr_service *p_service = static_cast<t_sysmgr_service *>(p_arg);
@@ -70,7 +77,7 @@ static void on_step(evutil_socket_t, short, void *p_arg)
     std::string how;
     for (t_daemon &daemon : p_service->daemons) {
         if (has_process(daemon) && daemon_process_gone(&daemon, &how))
-            daemon_ended(&daemon, how, now_ms);
+            end_note(p_service, &daemon, how, now_ms);
         daemon_step(&daemon, now_ms);
     }
     if (p_service->is_stopping &&

@@ -26,6 +26,8 @@ COMMAND_SECONDS = 30  # no command of a scenario may take longer
 _TAIL_LINES = 60
 
 _bin_folder = REPOSITORY / "build/release/bin"
+soak = False  # the long form of a scenario is wanted
+seed = 20260  # of random scenarios
 
 
 def wait_until(condition, what, seconds=5.0):
@@ -188,9 +190,12 @@ class Scenario(unittest.TestCase):
 
 
 def main():
-    """Runs the scenario's tests: [--bin DIR] and unittest's own arguments."""
+    """Runs the scenario's tests: [--bin DIR] [--soak] [--seed N] and unittest's own arguments."""
     parser = argparse.ArgumentParser(add_help=False)
     parser.add_argument("--bin", type=Path, default=_bin_folder)
+    parser.add_argument("--soak", action="store_true")
+    parser.add_argument("--seed", type=int, default=seed)
     options, rest = parser.parse_known_args()
-    globals()["_bin_folder"] = options.bin.resolve()
+    # Scenarios know this module as `harness`.
+    globals().update(_bin_folder=options.bin.resolve(), soak=options.soak, seed=options.seed)
     unittest.main(module="__main__", argv=[sys.argv[0], *rest], verbosity=2)

@@ -1,0 +1,156 @@
+"""A whole lab router for scenarios: the lab of examples/router_lab.json, its configuration, its packets.
+
+`commit` returns when the daemon has applied the change; what it sends to ftmd is then on its way. `settle` waits until
+ftmd and fpd have all of it, by a commit of its own: the policy `settle`, which no packet of a scenario meets, is
+compiled anew, and its messages come behind all others.
+"""
+import json
+import os
+import signal
+from pathlib import Path
+
+import harness
+from control_socket import Broken, Control, Lines, Refused
+
+CONFIG = harness.REPOSITORY / "examples/router_lab.json"
+SETTLE_VPN = 65000
+SECONDS = 60  # for whatever the lab does; sanitizers and a busy machine slow it down
+
+
+def merge(path, value=None):
+    return {"op": "merge", "path": path, "value": {} if value is None else value}
+
+
+def delete(path):
+    return {"op": "delete", "path": path}
+
+
+class RouterLab:
+    def __init__(self, scenario, name, files=None, settles=True):
+        """`files` are added to the lab's. Without `settles` nothing is committed here, and `settle` can't be used."""
+        config = json.loads(CONFIG.read_text(encoding="utf-8"))
+        config["files"].update(files or {})
+        # So that an assertion that fails ends the sanitizers' build as it ends the others.
+        config["env"] = {"ASAN_OPTIONS": "handle_segv=0:detect_leaks=0"}
+        self.lab = scenario.start_lab(name, config)
+        self._root = Path(f"/proc/{self.lab.status()['pid']}/root")
+        self._namespace = os.readlink(self._root.parent / "ns/pid")
+        self._sockets = {}
+        self.control = self.session()
+        scenario.addCleanup(self.close)
+        self.wait_until_up()
+        if settles:
+            self._make_settle_policy()
+
+    def close(self):
+        """Ends the connections to the lab."""
+        for connection in (self.control, *self._sockets.values()):
+            connection.close()
+
+    def path(self, inside):
+        """A path inside the lab as seen from here."""
+        return self._root / inside
+
+    def session(self):
+        return Control(self.path("run/mgmtd.sock"))
+
+    # ---- Asking ----
+
+    def _ask(self, daemon, request):
+        """The answer to words. A refusal fails the test."""
+        lines = self._sockets.setdefault(daemon, Lines(self._root / f"run/{daemon}.sock"))
+        answer = lines.ask(request)
+        if not answer["ok"]:
+            raise AssertionError(f"{daemon}: {request}: {answer['error']}")
+        return answer
+
+    def peer(self, daemon, *words):
+        return self._ask(daemon, " ".join(map(str, words)))
+
+    def fpctl(self, *words):
+        return self._ask("fpd", " ".join(["--json", *map(str, words)]))
+
+    def daemon(self, name="tarnd"):
+        """What sysmgrd knows of a daemon."""
+        return next(row for row in self.peer("sysmgrd", "list")["daemons"] if row["name"] == name)
+
+    def running(self, path="/"):
+        return self.control.ask("show", path=path, **{"from": "running"})
+
+    # ---- Processes ----
+
+    def host_pid(self, name):
+        """The host's pid of a supervised daemon, or None while there is none."""
+        inside = self.daemon(name)["pid"]
+        for pid in harness.processes_in_namespace(self._namespace):
+            try:
+                status = Path(f"/proc/{pid}/status").read_text(encoding="ascii")
+            except OSError:
+                continue
+            numbers = next(line for line in status.splitlines() if line.startswith("NSpid:")).split()
+            if inside and int(numbers[-1]) == inside:
+                return pid
+        return None
+
+    def kill(self, name):
+        """kill -9 of a supervised daemon, if it lives. Returns whether it did."""
+        pid = self.host_pid(name)
+        if pid is None:
+            return False
+        try:
+            os.kill(pid, signal.SIGKILL)
+        except ProcessLookupError:
+            return False
+        return True
+
+    def wait_until_up(self):
+        """mgmtd serves, the policy daemon has read its configuration and is connected with ftmd."""
+        harness.wait_until(self._is_up, "mgmtd and tarnd are up", SECONDS)
+
+    def _is_up(self):
+        try:
+            daemons = self.control.ask("status").get("daemons", [])
+        except Broken:
+            return False
+        ready = [row for row in daemons if row["name"] == "tarnd" and row["state"] == "ready"]
+        return ready and self.daemon()["state"] == "up" and self.peer("ftmd", "stats")["connected"]
+
+    # ---- Configuration ----
+
+    def commit(self, *edits, comment="scenario"):
+        """Raises Refused with nothing changed, and Broken when mgmtd ended meanwhile."""
+        try:
+            self.control.ask("edit", list(edits))
+            return self.control.ask("commit", comment=comment)
+        except Refused:
+            self.control.ask("discard")
+            raise
+
+    def load(self, configuration, mode="merge", comment="scenario"):
+        self.control.ask("load", configuration, mode=mode)
+        return self.control.ask("commit", comment=comment)
+
+    def _make_settle_policy(self):
+        self.commit(merge("/policy-from-keelson", {
+            "lists": {"vpn-list": [{"name": "settle", "vpn": [{"range": str(SETTLE_VPN)}]}]},
+            "data-policy": [{"name": "settle", "vpn-list": [
+                {"name": "settle", "default-action": "accept",
+                 "sequence": [{"number": 1, "match": {"dscp": [1]}, "action": {"base-action": "accept"}}]}]}]}))
+
+    def settle(self):
+        """Returns when ftmd and fpd have all that was sent."""
+        path = "/policy-from-keelson/data-policy{settle}/vpn-list{settle}/sequence{1}"
+        present = self.running(path)["lumora-policy:sequence"][0]["match"]["dscp"][0]
+        harness.wait_until(lambda: self._settle_filter() is not None, "the policy is bound", SECONDS)
+        before = self._settle_filter()
+        self.commit({"op": "replace", "path": path + "/match", "value": {"dscp": [(present + 1) % 64]}})
+        harness.wait_until(lambda: self._settle_filter() not in (None, before), "the last message", SECONDS)
+        harness.wait_until(lambda: self.bindings("fpd") == self.bindings("ftmd"), "fpd has the bindings", SECONDS)
+
+    def _settle_filter(self):
+        rows = self.peer("ftmd", "bindings")["vpns"]
+        return next((row["filter"] for row in rows if row["name"] == "settle"), None)
+
+    def bindings(self, daemon="ftmd"):
+        table = self.fpctl("bindings") if daemon == "fpd" else self.peer("ftmd", "bindings")
+        return {"vpns": table["vpns"], "interfaces": table["interfaces"]}
