@@ -73,7 +73,7 @@ static t_rule rule_read(const t_mgmt_tree &config, const lyd_node *p_rule)
                    .access = access_read(text_of(p_rule, "access-operations")),
                    .is_permit = text_of(p_rule, "action") == "permit"};
     if (rule.module.empty())
-        rule.module = "*";
+        rule.module.assign(1, '*');  // the compiler warns wrongly of an assigned literal
     kind_read(config, p_rule, &rule);
     return rule;
 }

@@ -1,6 +1,7 @@
 #include "mgmtd/store/mgmt_path.h"
 
 #include "mgmtd/store/mgmt_tree_private.h"
+#include "mgmtd/store/mgmt_value.h"
 
 #include <charconv>
 
@@ -91,6 +92,25 @@ static bool keys_check(const t_path_reader &reader, const t_mgmt_step &step, boo
     return true;
 }
 
+// A client that writes a key from a value, without the model, gives the number of an enumeration.
+static void enum_keys_name(t_mgmt_step *p_step)
+{
+    if (p_step->schema->kind != SCHEMA_KIND_LIST)
+        return;
+    for (size_t i = 0; i < p_step->keys.size(); i++) {
+        std::string &key = p_step->keys[i];
+        confd_value_t value = {};
+        value.type = C_ENUM_VALUE;
+        auto [p_end, failure] = std::from_chars(key.data(), key.data() + key.size(), value.val.enumvalue);
+        bool is_number = failure == std::errc() && p_end == key.data() + key.size();
+        std::string name;
+        t_mgmt_error ignored;
+        if (is_number && p_step->schema->keys[i]->value == SCHEMA_VALUE_ENUM &&
+            mgmt_value_text(p_step->schema->keys[i], value, &name, &ignored))
+            key = name;
+    }
+}
+
 // A name with its keys or its position.
 static bool step_read(const t_schema_index &index, t_path_reader *p_reader, t_mgmt_path *p_path)
 {
@@ -118,6 +138,7 @@ static bool step_read(const t_schema_index &index, t_path_reader *p_reader, t_mg
         return false;
     if (!keys_check(*p_reader, step, has_keys))
         return false;
+    enum_keys_name(&step);
     p_path->steps.push_back(std::move(step));
     return true;
 }

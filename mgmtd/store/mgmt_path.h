@@ -4,7 +4,8 @@
 // key values of a list in braces, separated by blanks, or a position counted from 0 in brackets. A leaf-list
 // takes a value in braces. A value with blanks, braces, quotes or backslashes stands in double quotes with
 // backslashes before quotes and backslashes. A path without leading slash starts at a current position. ".."
-// goes to the parent; the keys of a list entry belong to its step. A lone "/" is the top.
+// goes to the parent; a key that is an enumeration may be its number; the keys of a list entry belong to its
+// step. A lone "/" is the top.
 //
 // Reading a path needs only the model, looking one up needs a tree. Positions are resolved at each look-up.
 #pragma once
