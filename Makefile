@@ -39,6 +39,7 @@ lab: packages
 # The death tests, a short set and one lab against the build that ships, then the full set with sanitizers.
 check: packages
 	@scripts/check-layers
+	@scripts/check-names
 	@$(MAKE) --no-print-directory build-check build-release
 	@ctest --preset release -j $(JOBS) -R '(DeathTest|Short|Golden|Cli|frame_tarnd)' -LE soak
 	@ctest --preset check -j $(JOBS) -LE soak
@@ -67,6 +68,7 @@ fuzz: packages
 lint: packages
 	@scripts/install-packages lint
 	@scripts/check-layers
+	@scripts/check-names
 	@scripts/lint $(JOBS)
 
 format:

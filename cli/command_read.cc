@@ -51,6 +51,8 @@ const std::string *cli_option_value(const t_cli_arguments &arguments, std::strin
 
 // ---- Options ----
 
+namespace {
+
 struct t_reader {
     const t_cli_command &command;
     std::span<const t_cli_argument> rest;
@@ -58,6 +60,8 @@ struct t_reader {
     t_cli_arguments *p_arguments;
     std::string *p_reason;
 };
+
+}  // namespace
 
 static t_cli_argument next_take(t_reader *p_reader)
 {

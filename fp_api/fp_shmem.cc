@@ -16,6 +16,8 @@ static constexpr useconds_t CLEAR_PAUSE_US = 5000;
 uint8_t *g_fp_shmem_alloc_ptr;
 uint64_t g_fp_shmem_avail_mem;
 
+namespace {
+
 // The walk over one mapping of the block.
 struct t_walk {
     uint8_t *p_block;
@@ -24,6 +26,8 @@ struct t_walk {
     bool do_init;
     bool do_locking;
 };
+
+}  // namespace
 
 static cvmx_spinlock_t *block_lock(const t_walk *p_walk)
 {

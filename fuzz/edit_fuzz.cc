@@ -12,11 +12,15 @@ static void demand(bool holds)
         abort();
 }
 
+namespace {
+
 struct t_world {
     schema_context_ptr context;
     std::unique_ptr<const t_schema_index> index;
     mgmt_tree_ptr base;
 };
+
+}  // namespace
 
 static const char *const g_base =
     R"([{"path":"/policy","value":{"zone":[{"name":"a","vpn":[{"vpn-id":1}]}],"lists":{"app-list":[{"name":"l","app":[{"name":"x"}]}]}}}])";

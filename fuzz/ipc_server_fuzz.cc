@@ -19,6 +19,8 @@ static void require(bool holds)
         abort();
 }
 
+namespace {
+
 struct t_target {
     schema_context_ptr context;
     std::unique_ptr<const t_schema_index> index;
@@ -34,6 +36,8 @@ struct t_target {
     void turn(int rounds);
     void commit();
 };
+
+}  // namespace
 
 t_target::t_target()
 {

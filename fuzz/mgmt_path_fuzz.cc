@@ -19,6 +19,8 @@ static void demand(bool holds)
         abort();
 }
 
+namespace {
+
 struct t_world {
     schema_context_ptr context;
     std::unique_ptr<const t_schema_index> index;
@@ -40,6 +42,8 @@ struct t_world {
             &error));
     }
 };
+
+}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *p_data, size_t size)
 {

@@ -110,6 +110,8 @@ enum e_state {
     SHUT,  // by the server
 };
 
+namespace {
+
 struct t_connection {
     int fd;
     e_state state;
@@ -118,6 +120,8 @@ struct t_connection {
     size_t size = 0;          // that the message will have
     std::string from_server;  // not yet read here
 };
+
+}  // namespace
 
 struct t_session {
     bool app_header;

@@ -27,6 +27,8 @@
 static constexpr const char *default_folder = "/var/lib/mgmtd";
 static constexpr const char *default_access_file = "/etc/confd/confd_ipc_secret";
 
+namespace {
+
 struct t_options {
     std::string folder = default_folder;
     std::string yang = MGMTD_YANG_FOLDER;
@@ -45,6 +47,8 @@ struct t_options {
     bool supply_vrf_ids = true;
     bool supply_read_priority = true;
 };
+
+}  // namespace
 
 // ---- Options ----
 
@@ -209,10 +213,14 @@ static t_options options_read(int argc, char **argv)
 
 // ---- The model ----
 
+namespace {
+
 struct t_model {
     schema_context_ptr context;
     std::unique_ptr<const t_schema_index> index;
 };
+
+}  // namespace
 
 static bool complain(const std::string &text)
 {
@@ -292,9 +300,9 @@ struct t_parts {
 static bool engine_open(const t_options &options, t_parts *p_parts)
 {
     t_mgmt_error error;
-    p_parts->snmp = mgmt_snmp_new(
-        {.running = [p_parts] { return mgmt_tree_of(p_parts->engine.get(), MGMT_DS_RUNNING); },
-         .oid_of = nullptr});
+    p_parts->snmp =
+        mgmt_snmp_new({.running = [p_parts] { return mgmt_tree_of(p_parts->engine.get(), MGMT_DS_RUNNING); },
+                       .oid_of = nullptr});
     p_parts->engine =
         mgmt_engine_new(p_parts->p_base, p_parts->model.index.get(), p_parts->model.context.get(),
                         {.store_folder = options.folder,

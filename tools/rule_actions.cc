@@ -267,6 +267,8 @@ static std::string print_nat_pool(const t_tarn_filter_action &slot)
     return ' ' + std::to_string(slot.nat_pool_id);
 }
 
+namespace {
+
 // One row an action: its words, and how the rest of it is read into a cleared slot and printed. No entry is
 // null.
 struct t_action_row {
@@ -275,6 +277,8 @@ struct t_action_row {
     bool (*read)(const t_action_words &words, t_tarn_filter_action *p_slot);
     f_print print;
 };
+
+}  // namespace
 
 static const t_action_row action_rows[] = {
     {"accept", TARN_FILTER_ACTION_ACCEPT, read_verdict, print_nothing},

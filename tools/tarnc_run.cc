@@ -26,6 +26,8 @@ struct t_run_options {
     bool json = false;
 };
 
+namespace {
+
 struct t_run {
     t_open_program program;
     t_rule_set set;              // empty without --rules
@@ -37,6 +39,8 @@ struct t_run {
     double walker_seconds = 0;
     double linear_seconds = 0;
 };
+
+}  // namespace
 
 static void count_hit(t_run *p_run, const t_fp_verdict &verdict)
 {

@@ -17,6 +17,8 @@ struct t_builder {
     std::map<const lys_module *, uint32_t> ns;  // of the annotated modules
 };
 
+namespace {
+
 // Where in the tree a child is made.
 struct t_place {
     t_schema_node *parent;
@@ -25,6 +27,8 @@ struct t_place {
     std::string_view choice;
     std::string_view choice_case;
 };
+
+}  // namespace
 
 static void complain(t_builder *p_builder, std::string_view place, const std::string &reason)
 {

@@ -2,10 +2,14 @@
 #include "lab/chmgrd/shared_region.h"
 #include "lab/control/lab_program.h"
 
+namespace {
+
 struct t_options {
     std::string address;
     std::string host_name = "lab";
 };
+
+}  // namespace
 
 static constexpr char usage[] =
     "Usage: chmgrd [--system-ip ADDR] [--host-name NAME]\n"

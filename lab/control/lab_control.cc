@@ -18,6 +18,8 @@ static constexpr size_t max_connections = 64;
 static constexpr int requests_a_turn = 16;
 static constexpr mode_t only_owner = 0600;
 
+namespace {
+
 struct t_connection {
     t_lab_control *p_control;
     bufferevent *p_bev;
@@ -25,6 +27,8 @@ struct t_connection {
     f_lab_job job;       // the request in work, or none
     bool is_ending;      // nothing more will be read
 };
+
+}  // namespace
 
 struct t_lab_control {
     event_base *p_base;

@@ -108,11 +108,15 @@ static void write_true(const t_fp_treatment &, fp_json *p_value)
     *p_value = true;
 }
 
+namespace {
+
 struct t_writer {
     uint32_t actions;  // a bit each: the member is there if any of them was seen
     const char *member;
     void (*p_write)(const t_fp_treatment &treatment, fp_json *p_value);
 };
+
+}  // namespace
 
 static constexpr uint32_t bit(e_tarn_filter_action action)
 {

@@ -153,10 +153,14 @@ static void write_redirect_dns(const t_tarn_filter_action &slot, fp_json *p_json
     (*p_json)["next-hop"] = fp_address_text(slot.redirect_dns_nh_addr);
 }
 
+namespace {
+
 struct t_writer {
     uint32_t action;
     void (*p_write)(const t_tarn_filter_action &slot, fp_json *p_json);  // adds the details
 };
+
+}  // namespace
 
 static constexpr t_writer writers[] = {
     {TARN_FILTER_ACTION_TLOC, write_tloc},

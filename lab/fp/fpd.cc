@@ -7,6 +7,8 @@
 #include "libcvmx/sim/_cvmx-clock.h"
 #include "libcvmx/sim/sim_log.h"
 
+namespace {
+
 struct t_options {
     bool foreground = false;
     std::string socket = FP_CONTROL_SOCKET;
@@ -14,6 +16,8 @@ struct t_options {
     std::string mirror;
     std::string applications;
 };
+
+}  // namespace
 
 static constexpr char usage[] =
     "Usage: fpd [-f] [--socket PATH] [--recreate] [--mirror FILE] [--applications FILE]\n"

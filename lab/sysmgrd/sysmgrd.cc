@@ -7,11 +7,15 @@
 #include <iterator>
 #include <nlohmann/json.hpp>
 
+namespace {
+
 struct t_options {
     std::string socket = SYSMGR_SERVICE_SOCKET;
     std::string control = "/var/run/sysmgrd.sock";
     std::string config;
 };
+
+}  // namespace
 
 static constexpr char usage[] =
     "Usage: sysmgrd [--config FILE] [--socket PATH] [--control PATH]\n"

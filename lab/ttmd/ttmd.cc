@@ -5,11 +5,15 @@
 #include <fstream>
 #include <nlohmann/json.hpp>
 
+namespace {
+
 struct t_options {
     std::string socket = TTM_SERVICE_SOCKET;
     std::string control = "/var/run/ttmd.sock";
     std::string script;
 };
+
+}  // namespace
 
 static constexpr char usage[] =
     "Usage: ttmd [--socket PATH] [--control PATH] [--script FILE]\n"

@@ -143,6 +143,8 @@ static constexpr t_member prefix = {"prefix", prefix_read};
 
 // ---- Operations ----
 
+namespace {
+
 struct t_operation {
     const char *name;
     e_control_op op;
@@ -150,6 +152,8 @@ struct t_operation {
     const char *required;      // a member, or null
     t_member members[4] = {};  // up to the first one without a name
 };
+
+}  // namespace
 
 static constexpr t_operation operations[] = {
     {"edit", CONTROL_EDIT, true, nullptr},

@@ -79,10 +79,14 @@ void mgmt_delivery_run(t_mgmt_engine *p_engine, std::shared_ptr<t_mgmt_delivery>
 
 // ---- Triggers ----
 
+namespace {
+
 struct t_target {
     uint32_t connection;
     const t_mgmt_subscription *p_subscription;
 };
+
+}  // namespace
 
 static bool target_find(const t_mgmt_engine &engine, const std::string &daemon, int32_t id, bool oper,
                         t_target *p_target)

@@ -15,6 +15,8 @@ static constexpr size_t max_rows = 1000000;  // of one request
 
 using t_steps = std::vector<std::vector<IpcValue>>;  // of a keypath, outermost first
 
+namespace {
+
 // Where the walk stands in the data and in the request's path.
 struct t_place {
     lyd_node *p_anchor;  // the row around, in the result; null when there is none
@@ -22,6 +24,10 @@ struct t_place {
     const t_mgmt_path *p_path;  // null: everything
     size_t step;                // the next one of it
 };
+
+}  // namespace
+
+namespace {
 
 // A list of a provider that is to be walked.
 struct t_walk {
@@ -33,6 +39,8 @@ struct t_walk {
     std::vector<IpcValue> last;  // keys of the last row
     int64_t next = -1;           // the provider's cursor
 };
+
+}  // namespace
 
 struct t_get {
     t_mgmt_engine *p_engine;

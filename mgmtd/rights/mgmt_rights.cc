@@ -108,10 +108,14 @@ e_verdict rights_data(const t_asker &asker, e_access access, const lysc_node *p_
 
 // ---- Operations ----
 
+namespace {
+
 struct t_operation {
     std::string_view module;
     std::string_view name;
 };
+
+}  // namespace
 
 static constexpr t_operation close_session = {"ietf-netconf", "close-session"};
 

@@ -6,10 +6,14 @@
 
 // ---- Reading ----
 
+namespace {
+
 struct t_path_reader {
     std::string_view rest;
     const t_mgmt_tree &config;  // for its model
 };
+
+}  // namespace
 
 static void blanks_skip(t_path_reader *p_reader)
 {

@@ -112,6 +112,8 @@ bool mgmt_rpc_may(t_mgmt_rpc_session *p_session, const lyd_node *p_rpc, t_mgmt_r
 
 // ---- Operations ----
 
+namespace {
+
 struct t_operation {
     const char *module;
     const char *name;
@@ -119,6 +121,8 @@ struct t_operation {
     bool checks =
         false;  // its parameters itself, since the model's checks give other errors than are asked for
 };
+
+}  // namespace
 
 static constexpr t_operation operations[] = {
     {"ietf-netconf", "get", rpc_get},

@@ -7,11 +7,15 @@
 static constexpr const char *netconf_ns = "urn:ietf:params:xml:ns:netconf:base:1.0";
 static constexpr const char *yang_ns = "urn:ietf:params:xml:ns:yang:1";
 
+namespace {
+
 struct t_reader {
     const t_schema_index &index;
     const t_rpc_edit_options &options;
     t_mgmt_rpc_error *p_error;
 };
+
+}  // namespace
 
 // Where an element stands.
 struct t_around {

@@ -21,12 +21,16 @@ struct t_session_deleter {
     }
 };
 
+namespace {
+
 struct t_target {
     std::string group;
     std::string peer;  // "udp:192.0.2.1:162"
     std::string community;
     std::unique_ptr<void, t_session_deleter> session;  // opened for the first trap
 };
+
+}  // namespace
 
 struct t_pdu_deleter {
     void operator()(netsnmp_pdu *p_pdu) const

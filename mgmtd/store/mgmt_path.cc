@@ -7,12 +7,16 @@
 
 // ---- Reading ----
 
+namespace {
+
 // What is left of a path's text, and where it stands.
 struct t_path_reader {
     std::string_view whole;
     std::string_view rest;
     t_mgmt_error *p_error;
 };
+
+}  // namespace
 
 static bool path_fail(const t_path_reader &reader, const std::string &reason)
 {

@@ -18,12 +18,16 @@ struct t_item {
     uint32_t class_id;
 };
 
+namespace {
+
 // A run of items whose first `depth` rules are equal.
 struct t_run {
     size_t begin;
     size_t end;
     size_t depth;
 };
+
+}  // namespace
 
 struct t_sorter {
     t_tarn_context *p_context;

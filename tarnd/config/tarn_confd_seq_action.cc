@@ -18,10 +18,14 @@ union t_action_value {
 // Reads a leaf that exists; false if its value means that there is no action.
 using f_action_read = bool (*)(t_action_value *p_out, const confd_value_t *p_value);
 
+namespace {
+
 struct t_action_row {
     uint32_t tag;
     f_action_read read;
 };
+
+}  // namespace
 
 }  // namespace
 

@@ -18,10 +18,14 @@ static t_scripted_answer refused(const std::string &path, const std::string &rea
           ""}}};
 }
 
+namespace {
+
 struct t_outcome {
     t_command_result result;
     std::vector<std::string> requests;
 };
+
+}  // namespace
 
 static t_outcome run_cli(const std::string &arguments, std::vector<t_scripted_answer> script,
                          const std::string &before = "")

@@ -6,11 +6,15 @@
 #include <random>
 #include <vector>
 
+namespace {
+
 struct t_item {
     int number;
     t_dlnode first_node;  // two nodes: the list in hand uses the second
     t_dlnode node;
 };
+
+}  // namespace
 
 // The list's records, after a check that both directions and the count agree.
 static std::vector<t_item *> items_of(const t_dll &list)

@@ -7,7 +7,8 @@
 #include <utility>
 
 static std::mutex g_lock;  // threads log, too
-static std::vector<t_syslog_line> g_lines;
+// Never destroyed: threads log while the process ends.
+static std::vector<t_syslog_line> &g_lines = *new std::vector<t_syslog_line>;
 
 std::ostream &operator<<(std::ostream &out, const t_syslog_line &line)
 {

@@ -32,6 +32,8 @@ struct t_model_pass {
     bool over[NUM_TIMER_PRIORITIES];           // a look has found the budget used up, at last_tick
 };
 
+namespace {
+
 struct t_model {
     t_timer_mgr *p_mgr;
     std::minstd_rand random{7};
@@ -53,6 +55,8 @@ struct t_model {
         return below(odds) == 0;
     }
 };
+
+}  // namespace
 
 static int64_t now_ms()
 {

@@ -103,6 +103,19 @@ class RouterLab:
             return False
         return True
 
+    def end(self, name):
+        """Ends a program that the lab itself started, for good until `start`."""
+        pid = self.lab.program(name)["pid"]
+        self.lab.run("sh", "-c", f"kill -9 {pid}")
+        harness.wait_until(lambda: self.lab.run("test", "-e", f"/proc/{pid}", check=False).returncode, f"{name} ends")
+        self._sockets.pop(name).close()
+
+    def start(self, name):
+        """Starts it again and returns when it takes requests."""
+        self.lab.run("sh", "-c", f"{name} >> /run/lab/log/{name} 2>&1 &")
+        harness.wait_until(lambda: self.lab.run("peerctl", name, "stats", check=False).returncode == 0,
+                           f"{name} is ready", SECONDS)
+
     def wait_until_up(self):
         """mgmtd serves, the policy daemon has read its configuration and is connected with ftmd."""
         harness.wait_until(self._is_up, "mgmtd and tarnd are up", SECONDS)

@@ -66,6 +66,8 @@ static const std::string nine_actions =
     R"({"base-action":"accept","count":"c","log":[null],"cflowd":[null],"mirror":"tap","policer":"p-8","class":"voice",
         "fallback":true,"backup-preferred-color":["lte","3g"])";
 
+namespace {
+
 struct t_case {
     const char *behaviour;
     std::string root;     // of the pointer
@@ -74,6 +76,8 @@ struct t_case {
     std::string path;     // in the refusal; empty: the model accepts
     std::string text;     // in the refusal
 };
+
+}  // namespace
 
 static json changed(const t_case &row)
 {

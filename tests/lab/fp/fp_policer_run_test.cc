@@ -14,6 +14,8 @@ static t_fp_policer policer_make(uint64_t rate, uint64_t burst)
     return policer;
 }
 
+namespace {
+
 // The bucket by the book, in numbers that don't wrap.
 struct t_model {
     __int128 rate;
@@ -31,6 +33,8 @@ struct t_model {
         return true;
     }
 };
+
+}  // namespace
 
 TEST(FpPolicerShortTest, RandomArrivalsAreInBoundsExactlyWhenTheModelSaysSo)
 {

@@ -11,11 +11,15 @@
 #include <nlohmann/json.hpp>
 #include <random>
 
+namespace {
+
 // A VPN's zones and a pair's filters, the latest first.
 struct t_twin {
     std::map<uint16_t, std::vector<uint16_t>> vpns;
     std::map<std::pair<uint16_t, uint16_t>, std::vector<uint32_t>> pairs;
 };
+
+}  // namespace
 
 static void vpn_change(std::mt19937 *p_random, t_twin *p_twin)
 {

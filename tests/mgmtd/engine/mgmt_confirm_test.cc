@@ -22,6 +22,8 @@ time_t __wrap_time(time_t *p_time)
 
 // ---- The model ----
 
+namespace {
+
 struct t_model {
     static constexpr int as_running = -1;
 
@@ -69,7 +71,11 @@ struct t_model {
     }
 };
 
+}  // namespace
+
 // ---- The walk ----
+
+namespace {
 
 struct t_walk {
     TestWorld world;
@@ -218,6 +224,8 @@ struct t_walk {
         }
     }
 };
+
+}  // namespace
 
 TEST(MgmtConfirm, AThousandRandomStepsAgreeWithTheModel)
 {

@@ -44,11 +44,15 @@ static std::vector<t_taken> take(std::string_view bytes, bool has_chunks, std::m
     return messages;
 }
 
+namespace {
+
 struct t_case {
     std::string bytes;
     bool has_chunks;
     std::vector<t_taken> want;
 };
+
+}  // namespace
 
 TEST(NetconfGuard, MessagesAreTheSameInAnyPieces)
 {

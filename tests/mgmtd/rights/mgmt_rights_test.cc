@@ -13,6 +13,8 @@
 
 // ---- The model, trees, nodes ----
 
+namespace {
+
 struct t_model {
     schema_context_ptr context;
     std::unique_ptr<const t_schema_index> index;
@@ -32,6 +34,8 @@ struct t_model {
             abort();
     }
 };
+
+}  // namespace
 
 static const t_model &model()
 {

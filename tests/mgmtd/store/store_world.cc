@@ -7,6 +7,8 @@
 
 // ---- The model ----
 
+namespace {
+
 struct t_model {
     schema_context_ptr context;
     std::unique_ptr<const t_schema_index> index;
@@ -29,6 +31,8 @@ struct t_model {
             abort();
     }
 };
+
+}  // namespace
 
 static const t_model &model()
 {

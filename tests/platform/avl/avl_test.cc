@@ -9,6 +9,8 @@
 #include <random>
 #include <vector>
 
+namespace {
+
 // A record in two trees at once, by number and by the number's reverse, with neither node first.
 struct t_item {
     uint32_t number;
@@ -16,6 +18,8 @@ struct t_item {
     bool is_key;  // never set in a tree's objects: tells the sides of a comparison apart
     avl_node_t by_reverse;
 };
+
+}  // namespace
 
 static int item_cmp(const void *key, const void *object)
 {

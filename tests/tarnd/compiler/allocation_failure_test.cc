@@ -214,11 +214,15 @@ static e_run run_filling(long k)
     return failed ? RUN_WRONG : RUN_SUCCEEDED;
 }
 
+namespace {
+
 // How the run of a child ended, and what it printed.
 struct t_outcome {
     int status;
     std::string text;
 };
+
+}  // namespace
 
 template <typename f_run>
 static t_outcome run_in_child(f_run run)

@@ -18,11 +18,15 @@ struct t_epi_deleter {
 };
 using epi_ptr = std::unique_ptr<t_epi, t_epi_deleter>;
 
+namespace {
+
 // The same bits twice: bit i of `bits` is bit i of `val`.
 struct t_twin {
     epi_ptr val;
     std::vector<bool> bits;
 };
+
+}  // namespace
 
 static t_twin twin_random(std::mt19937 *p_random, int nbits)
 {

@@ -25,6 +25,8 @@ struct t_model_program {
     uint32_t count;
 };
 
+namespace {
+
 struct t_model {
     t_model_program slots[num_filters] = {};
     bool taken[num_blocks] = {};
@@ -37,6 +39,8 @@ struct t_model {
     void advance(int msecs);
     void pass();
 };
+
+}  // namespace
 
 }  // namespace
 
