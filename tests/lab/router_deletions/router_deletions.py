@@ -144,7 +144,8 @@ class RouterDeletions(harness.Scenario):
         self.assertEqual(self.verdict(100, "10.4.0.1", source="10.1.0.1"), "accept sla=fast")
 
     def test_zones_with_their_vpns(self):
-        self.assertEqual(len(self.words()["vpn-zones"]), 3)
+        harness.wait_until(lambda: len(self.words()["vpn-zones"]) == 3, "the zones are in force", 20)
+        self.router.settle()
         self.assertEqual([row["pair"] for row in self.words()["zone-pairs"]], [1])
         self.commit(delete(LOCAL + "/zone{inside}/vpn{11}"))
         self.assertEqual(sorted(row["vpn"] for row in self.words()["vpn-zones"]), [10, 20])
