@@ -350,6 +350,9 @@ struct t_killed {
     std::thread kill_while_asked()
     {
         kill(pid, SIGSTOP);
+        int status = 0;
+        EXPECT_EQ(waitpid(pid, &status, WUNTRACED), pid);  // until then it may still answer
+        EXPECT_TRUE(WIFSTOPPED(status));
         return std::thread([this] {
             std::this_thread::sleep_for(std::chrono::milliseconds(50));
             kill_now();
