@@ -30,11 +30,13 @@ static void log_add(t_ftm_service *p_service, const t_json &json)
         p_service->log.pop_front();
 }
 
-// The first bytes of a message, enough to see the fixed fields before the name.
-static std::string hex_of(std::span<const uint8_t> bytes)
+// Of a malformed message the fixed fields before the name, of any other as much as the log can afford.
+static constexpr size_t malformed_bytes = 16;
+static constexpr size_t shown_bytes = 512;
+
+static std::string hex_of(std::span<const uint8_t> bytes, size_t max_bytes)
 {
     static constexpr char digits[] = "0123456789abcdef";
-    static constexpr size_t max_bytes = 16;
     std::string text;
     for (uint8_t byte : bytes.first(std::min(bytes.size(), max_bytes))) {
         text += digits[byte >> 4];
@@ -52,12 +54,14 @@ bool ftm_service_message(t_ftm_service *p_service, std::span<const uint8_t> byte
         log_add(p_service, {{"message", "malformed"},
                             {"reason", *p_error},
                             {"size", bytes.size()},
-                            {"begins", hex_of(bytes)}});
+                            {"begins", hex_of(bytes, malformed_bytes)}});
         return false;
     }
     p_service->stats.by_type[message.type]++;
     p_service->stats.missed_deletes += ftm_table_apply(&p_service->table, message);
-    log_add(p_service, ftm_message_json(message));
+    t_json json = ftm_message_json(message);
+    json["bytes"] = hex_of(bytes, shown_bytes);
+    log_add(p_service, json);
     return true;
 }
 

@@ -2,6 +2,7 @@
 """The main road, step by step: one commit over NETCONF makes lists, a policy, a context and sequences; it is compiled once
 and bound once, and packets meet it. Then single changes, and what each of them moves."""
 import json
+import struct
 import sys
 from pathlib import Path
 
@@ -40,7 +41,17 @@ class RouterRoad(harness.Scenario):
         found = rows()
         self.assertEqual(len(found), count, found)
         self.seen = found[-1]["sequence"] if found else self.seen
+        for row in found:
+            self.assertEqual(row["bytes"], self.bytes_of(row))
         return [{name: row[name] for name in ("message", "type", "direction", "name", "vpns", "filter")} for row in found]
+
+    @staticmethod
+    def bytes_of(row):
+        """The message on the wire, in hexadecimal."""
+        kind = {"vpn-filter-add": 1, "vpn-filter-delete": 2}[row["message"]]
+        direction = {"tunnel": 1, "service": 2, "both": 3}[row["direction"]]
+        head = struct.pack(">BBBi128sI", kind, 1, direction, row["filter"], row["name"].encode(), len(VPNS))
+        return (head + b"".join(struct.pack(">II", vpn["min"], vpn["max"]) for vpn in VPNS)).hex()
 
     def message(self, kind, filter_id, direction="service"):
         return {"message": f"vpn-filter-{kind}", "type": "data", "direction": direction, "name": "edge", "vpns": VPNS,
