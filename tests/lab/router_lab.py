@@ -26,12 +26,12 @@ def delete(path):
 
 
 class RouterLab:
-    def __init__(self, scenario, name, files=None, settles=True):
-        """`files` are added to the lab's. Without `settles` nothing is committed here, and `settle` can't be used."""
+    def __init__(self, scenario, name, files=None, settles=True, env=None):
+        """`files` and `env` are added to the lab's. Without `settles` nothing is committed here, and `settle` can't be used."""
         config = json.loads(CONFIG.read_text(encoding="utf-8"))
         config["files"].update(files or {})
         # So that an assertion that fails ends the sanitizers' build as it ends the others.
-        config["env"] = {"ASAN_OPTIONS": "handle_segv=0:detect_leaks=0"}
+        config["env"] = {"ASAN_OPTIONS": "handle_segv=0:detect_leaks=0", **(env or {})}
         self.lab = scenario.start_lab(name, config)
         self._root = Path(f"/proc/{self.lab.status()['pid']}/root")
         self._namespace = os.readlink(self._root.parent / "ns/pid")
