@@ -14,9 +14,11 @@ import signal
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 from pathlib import Path
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+from waiting import wait_until  # noqa: E402,F401  (scenarios use it by this module's name)
 
 REPOSITORY = Path(__file__).resolve().parents[2]
 LAB = REPOSITORY / "lab/lab"
@@ -28,18 +30,6 @@ _TAIL_LINES = 60
 _bin_folder = REPOSITORY / "build/release/bin"
 soak = False  # the long form of a scenario is wanted
 seed = 20260  # of random scenarios
-
-
-def wait_until(condition, what, seconds=5.0):
-    """Polls until `condition()` is true and returns its value. `what` completes the failure's text."""
-    end = time.monotonic() + seconds
-    while True:
-        value = condition()
-        if value:
-            return value
-        if time.monotonic() > end:
-            raise AssertionError(f"not within {seconds:g} s: {what}")
-        time.sleep(0.02)
 
 
 def processes_in_namespace(pid_namespace):

@@ -14,7 +14,6 @@ import signal
 import subprocess
 import sys
 import tempfile
-import time
 import unittest
 from pathlib import Path
 
@@ -22,6 +21,9 @@ from lxml import etree
 from ncclient import manager
 from ncclient.operations import RaiseMode, RPCError
 from ncclient.transport import ssh as transport
+
+sys.path.insert(0, str(Path(__file__).resolve().parents[1] / "support"))
+from waiting import wait_until  # noqa: E402
 
 BASE = "urn:ietf:params:xml:ns:netconf:base:1.0"
 POLICY = "urn:lumora:yang:policy"
@@ -35,18 +37,6 @@ START_SECONDS = 30
 ANY = object()  # as a path: any, or none
 
 _bin_folder = Path("build/check/bin")
-
-
-def wait_until(condition, what, seconds=10.0):
-    """Polls until `condition()` is true and returns its value. `what` completes the failure's text."""
-    end = time.monotonic() + seconds
-    while True:
-        value = condition()
-        if value:
-            return value
-        if time.monotonic() > end:
-            raise AssertionError(f"not within {seconds:g} s: {what}")
-        time.sleep(0.02)
 
 
 class Router:
