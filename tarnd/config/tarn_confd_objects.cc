@@ -1,5 +1,6 @@
 // Parsers of forwarding classes, SLA classes, mirrors and policers.
 #include "chmgr_api/chmgr_api.h"
+#include "common/strlcpy.h"
 #include "fp_api/fp_ipaddr.h"
 #include "tarnd/config/tarn_class.h"
 #include "tarnd/config/tarn_confd_private.h"
@@ -99,9 +100,10 @@ int tarn_config_mirror_list_interface(t_lconfd_sub_entry *p_lconfd_sub, confd_it
     t_tarn_confd_name name(p_key);
     t_tarn_confd_name user_name(p_key + 1);
     TARN_TRACE(TARN_DEBUG_CONFIG, "Mirror: %s, interface: %s, oper:%d", name.text, user_name.text, oper);
+    // A name that the box doesn't know stands as the operator wrote it.
     char kernel_name[TARN_NAME_SIZE] = {};
-    if (user_name.text[0] != '\0')
-        chmgr_user_to_kernel_ifname(user_name, kernel_name, sizeof(kernel_name), nullptr);
+    strlcpy(kernel_name, user_name.text, sizeof(kernel_name));
+    chmgr_user_to_kernel_ifname(user_name, kernel_name, sizeof(kernel_name), nullptr);
     write_mirror(p_tarn, oper, name, kernel_name, nullptr);
     return 0;
 }

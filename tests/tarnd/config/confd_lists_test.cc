@@ -132,6 +132,10 @@ TEST(ConfdLists, MirrorsGetInterfacesAndTunnels)
     EXPECT_EQ(fp_ipaddr_v4(&p_tunnel->src_ip), inet_addr("10.0.0.3"));
     run(tarn_config_mirror_list_interface, MOP_DELETED, {text("m"), text("irb7")});
     EXPECT_EQ(p_mirror->intf_list.p_head, nullptr);
+    run(tarn_config_mirror_list_interface, MOP_CREATED, {text("m"), text("irb64")});
+    p_interface = DLL_RECORD(p_mirror->intf_list.p_head, t_tarn_mirror_intf_config, dlnode);
+    EXPECT_STREQ(p_interface->name, "irb64") << "a name that the box doesn't know";
+    run(tarn_config_mirror_list_interface, MOP_DELETED, {text("m"), text("irb64")});
     run(tarn_config_mirror_list_remote_dest, MOP_DELETED, {text("m"), ipv4("10.0.0.2")});
     EXPECT_EQ(p_mirror->tunnel_list.p_head, nullptr);
     run(tarn_config_mirror_list, MOP_DELETED, {text("m")});
