@@ -102,7 +102,7 @@ int tarn_config_mirror_list_interface(t_lconfd_sub_entry *p_lconfd_sub, confd_it
     TARN_TRACE(TARN_DEBUG_CONFIG, "Mirror: %s, interface: %s, oper:%d", name.text, user_name.text, oper);
     // A name that the box doesn't know stands as the operator wrote it.
     char kernel_name[TARN_NAME_SIZE] = {};
-    strlcpy(kernel_name, user_name.text, sizeof(kernel_name));
+    lum_strlcpy(kernel_name, user_name.text, sizeof(kernel_name));
     chmgr_user_to_kernel_ifname(user_name, kernel_name, sizeof(kernel_name), nullptr);
     write_mirror(p_tarn, oper, name, kernel_name, nullptr);
     return 0;
