@@ -78,6 +78,19 @@ const char *lum_util_disp_boolean(bool value)
     return value ? "true" : "false";
 }
 
+char *lum_util_ifname_to_sim_ifname(const char *ifname, char *buf, size_t len)
+{
+    int slot = 0;
+    int port = 0;
+    int vlan = 0;
+    int found = sscanf(ifname, "ge%d_%d.%d", &slot, &port, &vlan);
+    if (found == 3)
+        snprintf(buf, len, "sim%d_%d.%d", slot, port, vlan);
+    else if (found == 2)
+        snprintf(buf, len, "sim%d_%d", slot, port);
+    return found >= 2 ? buf : nullptr;
+}
+
 // ---- Hex dumps ----
 
 static constexpr size_t ROW_BYTES = 16;

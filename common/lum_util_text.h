@@ -33,6 +33,10 @@ const char *lum_util_proto2str(uint32_t protocol);
 // "true" or "false".
 const char *lum_util_disp_boolean(bool value);
 
+// The interface below a port of the simulated platform: "sim0_1" for "ge0_1", "sim0_1.20" for "ge0_1.20".
+// Null for names of other forms, buf stays as it was.
+char *lum_util_ifname_to_sim_ifname(const char *ifname, char *buf, size_t len);
+
 // ---- Hex dumps ----
 // Rows of 16 bytes: offset, hex pairs, and the printable characters.
 
