@@ -2,7 +2,8 @@
 
 `commit` returns when the daemon has applied the change; what it sends to ftmd is then on its way. `settle` waits until
 ftmd and fpd have all of it, by a commit of its own: the policy `settle`, which no packet of a scenario meets, is
-compiled anew, and its messages come behind all others.
+compiled anew, and its messages come behind all others. What waits for memory, since replaced programs are given back
+half a second later, has then been loaded, too.
 """
 import json
 import os
@@ -158,7 +159,12 @@ class RouterLab:
         before = self._settle_filter()
         self.commit({"op": "replace", "path": path + "/match", "value": {"dscp": [(present + 1) % 64]}})
         harness.wait_until(lambda: self._settle_filter() not in (None, before), "the last message", SECONDS)
+        slots = len(self.fpctl("load")["filters"])
+        harness.wait_until(lambda: not self._waits_for_memory(slots), "all programs are loaded", SECONDS)
         harness.wait_until(lambda: self.bindings("fpd") == self.bindings("ftmd"), "fpd has the bindings", SECONDS)
+
+    def _waits_for_memory(self, slots):
+        return any(row["filter"] == slots for rows in self.bindings().values() for row in rows)
 
     def _settle_filter(self):
         rows = self.peer("ftmd", "bindings")["vpns"]
