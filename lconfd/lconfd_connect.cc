@@ -2,6 +2,7 @@
 #include "lconfd/lconfd_private.h"
 
 #include "common/timer.h"
+#include "lconfd/lconfd_notif.h"
 #include "platform/confd/confd_maapi.h"
 
 #include <arpa/inet.h>
@@ -146,7 +147,8 @@ void lconfd_pipe_cb(int fd, short, void *arg)
     if (read(fd, &word, sizeof(word)) != sizeof(word)) {
         LCONFD_LOG("Failed to read from the pipe");
     } else if (word == LCONFD_PIPE_SUBSCRIBED) {
-        // Behind the lock stand the socket and the ids as the thread has left them.
+        lconfd_read_own_config(ctx);
+        // Behind the lock stands the socket as the thread has left it.
         std::lock_guard guard(ctx->anchor->lock);
         event_add(ctx->evt_sub, nullptr);
     } else if (word == LCONFD_PIPE_RETRY) {
@@ -231,12 +233,14 @@ static e_lconfd_status connect_now(t_lconfd_context *ctx)
     if (ctx->module_data.connected_cb != nullptr)
         ctx->module_data.connected_cb(ctx);
     lconfd_setup_shm();
+    lconfd_notification_throttler_init(ctx);
     return LCONFD_STATUS_OK;
 }
 
 e_lconfd_status lconfd_module_init(t_lconfd_module_data *mod_data_p, t_lconfd_context *lconfd_ctx_p,
                                    t_lconfd_context **module_lconfd_ctx_p)
 {
+    lconfd_trap_module_init();
     name_access_file();
     if (mod_data_p != nullptr || module_lconfd_ctx_p != nullptr) {
         e_lconfd_status status = new_context(mod_data_p, module_lconfd_ctx_p);
@@ -278,6 +282,11 @@ static void close_all(t_lconfd_context *ctx)
 
 void lconfd_destroy(t_lconfd_context *ctx)
 {
+    // Before the contexts go by which notifications are sent, which waits for a send that is under way.
+    if (ctx->sub_socket > 0) {
+        lconfd_notification_throttler_connection_reset();
+        lconfd_trap_module_free();
+    }
     std::unique_lock<std::mutex> guard;
     if (ctx->anchor != nullptr) {
         // The registration thread may be waiting for an answer on this socket, with the lock.
@@ -337,6 +346,7 @@ void lconfd_module_deinit(t_lconfd_context **pp_ctx)
     t_lconfd_context *ctx = pp_ctx != nullptr ? std::exchange(*pp_ctx, nullptr) : nullptr;
     if (ctx == nullptr)
         return;
+    lconfd_notification_throttler_free();
     lconfd_free_shm();
     lconfd_secondary_free(ctx);
     lconfd_destroy(ctx);

@@ -115,6 +115,10 @@ int lconfd_sub_diff_no_keys(t_lconfd_sub_buf *sub_buf_p);
 int lconfd_sub_filter_modifications(const confd_tag_value_t *src_p, confd_tag_value_t *dst_p, int count,
                                     bool del_phase);
 
+// What the adapter has configured itself by is gone with the connection: reads its own entries again, unless
+// the first read is still to come. After the subscriptions are registered.
+void lconfd_read_own_config(t_lconfd_context *ctx);
+
 // ---- Threads ----
 
 void lconfd_thread_block_sigpipe();
@@ -151,6 +155,11 @@ int lconfd_mask_allows_read(uint32_t module);
 
 // Sets the module's bit, if it has one. 0 or 1. From any thread.
 int lconfd_set_initial_config_read_done(uint32_t module);
+
+// ---- Memory of notifications ----
+
+// Null without memory. What it gives goes with the queue item that it belongs to.
+void *lconfd_alloc(size_t size);
 
 // ---- The shared region ----
 

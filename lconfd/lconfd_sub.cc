@@ -1,5 +1,6 @@
 // Serving the subscription socket: one notification, all of one priority level.
 #include "lconfd/lconfd_private.h"
+#include "lconfd/lconfd_trap.h"
 
 #include <cstdlib>
 #include <functional>
@@ -7,7 +8,19 @@
 
 // ---- Tables ----
 
-t_lconfd_sub_entry lconfd_subscription_points[] = {{}};
+static constexpr int snmp_space = 278916076;
+
+t_lconfd_sub_entry lconfd_subscription_points[] = {{.path = "snmp/trap/group",
+                                                    .config_cb = lconfd_config_trap_group,
+                                                    .name_space = snmp_space,
+                                                    .num_keys = 1,
+                                                    .priority = 1},
+                                                   {.path = "snmp/trap/group/enable",
+                                                    .config_cb = lconfd_config_trap_group_enable,
+                                                    .name_space = snmp_space,
+                                                    .num_keys = 2,
+                                                    .priority = 1},
+                                                   {}};
 
 static bool is_own(const t_lconfd_sub_entry *p_entry)
 {

@@ -240,6 +240,22 @@ int lconfd_read_sub_config_all(t_lconfd_context *ctx)
     return 0;
 }
 
+// What is committed before the read is served is in it, and not served by itself.
+void lconfd_read_own_config(t_lconfd_context *ctx)
+{
+    int ids[LCONFD_MAX_SUB_IDS];
+    int count = 0;
+    {
+        std::lock_guard guard(ctx->anchor->lock);
+        for (t_lconfd_sub_entry *p_entry = lconfd_subscription_points; p_entry->path[0] != '\0'; p_entry++) {
+            p_entry->init_cfg_read = 0;
+            ids[count++] = p_entry->id;
+        }
+    }
+    if (ctx->init_config_read_done == 1)
+        lconfd_read_sub_config(ctx, ids, count);
+}
+
 // ---- Registering ----
 
 namespace {

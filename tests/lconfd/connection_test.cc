@@ -47,6 +47,11 @@ TEST(Connection, ComesBackByItselfAndServesChangesWithoutReadingAgain)
                    daemon.ctx->init_config_read_done == 1;
         }));
         EXPECT_EQ(daemon.ctx->retry_timer, nullptr);
+        // The adapter reads its own entries again, and none of the daemon's.
+        if (round > 0) {
+            ASSERT_TRUE(daemon.until_seen("end of trigger"));
+            EXPECT_EQ(daemon.seen, t_lines{"end of trigger"});
+        }
         daemon.take();
         std::string zone = "z" + std::to_string(round);
         daemon.wait(framework.commit(R"([{"op":"merge","path":"/policy/zone{)" + zone + R"(}"}])"));

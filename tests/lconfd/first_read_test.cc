@@ -24,7 +24,7 @@ static size_t triggers_logged()
 {
     size_t count = 0;
     for (const t_syslog_line &line : syslog_lines_take())
-        count += line.text == "Triggered 5 config subscriptions";
+        count += line.text == "Triggered 7 config subscriptions";
     return count;
 }
 

@@ -14,6 +14,7 @@
 #include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
+#include <utility>
 
 // ---- The system ----
 
@@ -95,13 +96,28 @@ Framework::~Framework()
     std::filesystem::remove_all(folder);
 }
 
+static void keep_trap(void *p_ctx, const t_ipc_snmp_notification &notification)
+{
+    std::string text = notification.notify_name + " " + notification.notification;
+    for (const t_ipc_varbind &varbind : notification.varbinds)
+        text += " " + varbind.name;
+    Framework *p_framework = static_cast<Framework *>(p_ctx);
+    std::lock_guard guard(p_framework->traps_lock);
+    p_framework->traps.push_back(text);
+}
+
+static constexpr t_mgmt_snmp_ops snmp_ops = {.send = keep_trap};
+
 void Framework::start()
 {
     t_mgmt_error reason;
     std::string error;
     p_base = event_base_new();
-    t_mgmt_engine_options options = {
-        .store_folder = folder, .supply_read_priority = supplies_mask, .now_ms = nullptr};
+    t_mgmt_engine_options options = {.store_folder = folder,
+                                     .supply_read_priority = supplies_mask,
+                                     .now_ms = nullptr,
+                                     .p_snmp = &snmp_ops,
+                                     .p_snmp_ctx = this};
     engine = mgmt_engine_new(p_base, model().index.get(), model().context.get(), options, &reason);
     ASSERT_NE(engine, nullptr) << mgmt_error_text(reason);
     server = ipc_server_open(p_base, engine.get(), {.secret = "word"}, &error);
@@ -155,6 +171,26 @@ std::future<std::string> Framework::command(const std::string &path)
             promise->set_value(done.error.code == MGMT_OK ? *output : mgmt_error_text(done.error));
         };
         mgmt_action(engine.get(), session, std::move(request));
+    });
+    return promise->get_future();
+}
+
+// ---- What daemons tell ----
+
+std::vector<std::string> Framework::take_traps()
+{
+    std::lock_guard guard(traps_lock);
+    return std::exchange(traps, {});
+}
+
+std::future<std::vector<std::string>> Framework::notifications()
+{
+    auto promise = std::make_shared<std::promise<std::vector<std::string>>>();
+    mgmt_engine_post(engine.get(), [this, promise] {
+        std::vector<std::string> texts;
+        for (const t_mgmt_notification &notification : mgmt_notifications(*engine))
+            texts.push_back(notification.json);
+        promise->set_value(texts);
     });
     return promise->get_future();
 }

@@ -8,8 +8,10 @@
 
 #include <functional>
 #include <future>
+#include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 // Once per process, before any thread. False when the system does not allow it.
 bool own_system();
@@ -34,6 +36,10 @@ struct Framework {
     std::future<t_mgmt_commit_result> commit(const std::string &json);
     std::future<std::string> command(const std::string &path);  // what an action point's command prints
 
+    // What daemons have told: traps as "GROUP NAME VARBIND ...", notifications as JSON.
+    std::vector<std::string> take_traps();
+    std::future<std::vector<std::string>> notifications();
+
     // Another daemon's write, with notification of subscribers. Waits on a thread of its own.
     static std::future<int> set_mask(uint32_t mask);
 
@@ -45,4 +51,6 @@ struct Framework {
     ipc_server_ptr server;
     uint32_t session = 0;
     std::thread owner;
+    std::mutex traps_lock;
+    std::vector<std::string> traps;
 };

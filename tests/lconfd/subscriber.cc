@@ -10,6 +10,8 @@
 #include <event2/event.h>
 #include <utility>
 
+char g_hostname[128] = "edge-1";
+
 static constexpr int policy_space = 0x25640284;
 
 static Subscriber *subscriber_of(const t_lconfd_context *ctx)

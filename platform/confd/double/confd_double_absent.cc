@@ -4,12 +4,22 @@
 #include "platform/confd/confd_dp.h"
 #include "platform/confd/confd_maapi.h"
 
+int cdb_close(int)
+{
+    return CONFD_ERR;
+}
+
 int cdb_diff_iterate(int, int, f_cdb_iter, int, void *)
 {
     return CONFD_ERR;
 }
 
 int cdb_get(int, confd_value_t *, const char *, ...)
+{
+    return CONFD_ERR;
+}
+
+int cdb_get_int32(int, int32_t *, const char *, ...)
 {
     return CONFD_ERR;
 }
@@ -74,16 +84,26 @@ int cdb_trigger_subscriptions(int, int[], int)
     return CONFD_ERR;
 }
 
+int cdb_vcreate(int, const char *, va_list)
+{
+    return CONFD_ERR;
+}
+
+int cdb_vdelete(int, const char *, va_list)
+{
+    return CONFD_ERR;
+}
+
+int cdb_vset_elem(int, confd_value_t *, const char *, va_list)
+{
+    return CONFD_ERR;
+}
+
 void confd_action_set_fd(confd_user_info *, int) {}
 
 int confd_connect(confd_daemon_ctx *, int, confd_sock_type, const struct sockaddr *, int)
 {
     return CONFD_ERR;
-}
-
-confd_cs_node *confd_cs_node_cd(const confd_cs_node *, const char *, ...)
-{
-    return nullptr;
 }
 
 int confd_fd_ready(confd_daemon_ctx *, int)
