@@ -5,6 +5,7 @@
 #include "generated/lumora_schema.h"
 #include "tarnd/config/tarn_process.h"
 #include "tarnd/core/tarn.h"
+#include "tarnd/oper/tarn_action_table.h"
 
 #include <string_view>
 
@@ -91,7 +92,6 @@ t_lconfd_sub_entry tarn_subscription_points[] = {
 };
 
 confd_valpoint_cb tarn_validation_points[] = {{}};
-confd_action_cbs tarn_action_commands[] = {{}};
 
 // ---- Start and stop ----
 

@@ -18,8 +18,7 @@
 struct t_tarn;
 
 extern t_lconfd_sub_entry tarn_subscription_points[];  // ended by an empty path
-extern confd_valpoint_cb tarn_validation_points[];     // these two by an empty name
-extern confd_action_cbs tarn_action_commands[];
+extern confd_valpoint_cb tarn_validation_points[];     // by an empty name
 
 // ---- Start and stop ----
 
@@ -30,7 +29,8 @@ void tarn_confd_destroy(t_tarn *p_tarn);
 
 // ---- Hooks ----
 
-// The adapter's call when it can register. 0, 1, or 16 when the framework refuses a hook.
+// The adapter's call when it can register: hooks and what the show commands read. 0, 1 when the framework
+// refuses one of the latter, or 16 for a hook.
 int tarn_confd_register_data_cbs(t_lconfd_context *p_ctx);
 
 // The id that the next zone pair gets. Ids are not given twice in the life of the process.

@@ -9,6 +9,7 @@
 #include "platform/confd/confd_cdb.h"
 #include "platform/confd/confd_maapi.h"
 #include "tarnd/config/tarn_confd_private.h"
+#include "tarnd/oper/tarn_show.h"
 
 #include <algorithm>
 #include <cinttypes>
@@ -41,7 +42,7 @@ int tarn_confd_register_data_cbs(t_lconfd_context *p_ctx)
                  confd_errno, confd_lasterr());
         return hook_refused;
     }
-    return 0;
+    return tarn_show_init(p_ctx) != 0;
 }
 
 // ---- Numbers of zone pairs ----

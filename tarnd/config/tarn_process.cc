@@ -116,7 +116,8 @@ static void announce(t_tarn *p_tarn, t_tarn_policy *p_policy, t_tarn_policy_vpn_
         return;
     }
     p_tarn->process_zbf_config = 1;
-    TARN_LOG("zone-based policy %s program built filter_id %d\n", p_policy->key.name, p_vpn_list->filter_id);
+    TARN_TRACE(TARN_DEBUG_POLICY, "zone-based policy %s program built filter_id %d\n", p_policy->key.name,
+               p_vpn_list->filter_id);
 }
 
 static void compile_filter(t_tarn *p_tarn, const t_tarn_policy *p_policy, t_tarn_policy_vpn_list *p_vpn_list,

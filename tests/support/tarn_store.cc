@@ -11,6 +11,7 @@
 #include "tarnd/config/tarn_class.h"
 #include "tarnd/peers/tarn_ftm.h"
 #include "tarnd/peers/tarn_ttm.h"
+#include "tests/tarnd/oper/notification_record.h"
 
 static TarnStore *g_store;
 
@@ -29,6 +30,7 @@ TarnStore::TarnStore()
     g_fp_filter_flow_enable_knob = &flow_knob;
     g_fp_global_ctrl = global_ctrl.get();
     tarn.p_ftm_msgq = channel();
+    notification_record_take();
     EXPECT_EQ(tarn_class_init(&tarn), 0);
     EXPECT_EQ(tarn_sla_class_init(&tarn), 0);
     EXPECT_EQ(tarn_config_init(&tarn), 0);

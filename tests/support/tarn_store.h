@@ -2,10 +2,10 @@
 // told.
 //
 // Link tarn_test_store: it puts itself between the code and the message queue for the store's own channel
-// and leaves every other handle alone. Destruction takes the store down the way the daemon's stop does, and
-// expects that every message buffer was sent or given back. What no destroy function reaches (TLOCs) must be
-// gone by then. The control record of shared memory is the store's own, unless a test puts another in its
-// place; all tables have size 0.
+// and leaves every other handle alone. Notifications to operators are kept, too (notification_record.h).
+// Destruction takes the store down the way the daemon's stop does, and expects that every message buffer was
+// sent or given back. What no destroy function reaches (TLOCs) must be gone by then. The control record of
+// shared memory is the store's own, unless a test puts another in its place; all tables have size 0.
 #pragma once
 
 #include "fp_api/fp_global_ctrl.h"

@@ -7,9 +7,9 @@
 #include "tarnd/config/tarn_pfx_list.h"
 #include "tarnd/config/tarn_process.h"
 #include "tarnd/core/tarn_main.h"
-#include "tarnd/oper/double/tarn_notify_double.h"
 #include "tests/common/syslog_lines.h"
 #include "tests/tarnd/acl/acl_world.h"
+#include "tests/tarnd/oper/notification_record.h"
 
 using t_texts = std::vector<std::string>;
 
@@ -151,6 +151,6 @@ TEST(AclPass, AListWithoutMemoryIsAnnouncedAndComesBackOnce)
     world.memory.budget *= 4;
     world.pass();
     EXPECT_EQ(lines(), t_texts{});
-    EXPECT_EQ(tarn_notify_double_sent(),
+    EXPECT_EQ(notification_record_take(),
               (std::vector<t_tarn_notification>{{"", "late", "Failed"}, {"", "late", "Success"}}));
 }

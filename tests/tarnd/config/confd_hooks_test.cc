@@ -1,6 +1,7 @@
 // Hooks and the number of the next zone pair, against the recording double.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <csignal>
 
 #include "platform/confd/double/confd_double.h"
@@ -64,11 +65,13 @@ protected:
 };
 using ConfdHooksDeathTest = ConfdHooks;
 
-TEST_F(ConfdHooks, BothAreRegistered)
+TEST_F(ConfdHooks, BothAreRegisteredBeforeWhatIsShown)
 {
     EXPECT_EQ(tarn_confd_register_data_cbs(&context), 0);
-    EXPECT_EQ(calls(),
-              "confd_register_data_cb -1 zone-pair-id-cp\nconfd_register_data_cb -1 zone-policy-seq-cp\n");
+    std::string registered = calls();
+    EXPECT_TRUE(registered.starts_with("confd_register_data_cb -1 zone-pair-id-cp\n"
+                                       "confd_register_data_cb -1 zone-policy-seq-cp\n"));
+    EXPECT_EQ(std::count(registered.begin(), registered.end(), '\n'), 26);
     confd_double_fail("confd_register_data_cb", 1);
     EXPECT_EQ(tarn_confd_register_data_cbs(&context), 16);
 }

@@ -10,21 +10,14 @@
 #include "tarnd/acl/tarn_access_list.h"
 #include "tarnd/config/tarn_process.h"
 #include "tarnd/core/tarn_main.h"
-#include "tarnd/oper/double/tarn_notify_double.h"
 #include "tests/common/syslog_lines.h"
 #include "tests/tarnd/config/pass_world.h"
+#include "tests/tarnd/oper/notification_record.h"
 
 using t_texts = std::vector<std::string>;
 
 static constexpr e_tarn_policy_type DATA = TARN_POLICY_TYPE_DATA;
 static constexpr e_tarn_policy_type PFR = TARN_POLICY_TYPE_PFR;
-
-static std::vector<t_tarn_notification> notifications()
-{
-    auto sent = tarn_notify_double_sent();
-    tarn_notify_double_reset();
-    return sent;
-}
 
 static t_texts log_texts()
 {
@@ -70,7 +63,7 @@ TEST(PassMemory, TheFirstInTheTreeGetsWhatComesFree)
     EXPECT_EQ(world.messages(), (t_texts{"+1 late/1 #64", "+1 late/2 #64"}));
     EXPECT_EQ(log_texts(), (t_texts{failure(bytes, "late - A"), alert("late - A"), failure(bytes, "late - B"),
                                     alert("late - B")}));
-    EXPECT_EQ(notifications(),
+    EXPECT_EQ(notification_record_take(),
               (std::vector<t_tarn_notification>{{"A", "late", "Failed"}, {"B", "late", "Failed"}}));
 
     EXPECT_EQ(tarn_policy_delete(&world.tarn, PFR, "early"), 0);
@@ -86,7 +79,7 @@ TEST(PassMemory, TheFirstInTheTreeGetsWhatComesFree)
                  "191 Retry programming for policy: late-1-A", "191 Retry programming for policy: late-1-B",
                  "190 %Lumora-edge-1-TARND-6-INFO-1100004: Successfully re-programmed policy late - A",
                  failure(bytes, "late - B"), alert("late - B")}));
-    EXPECT_EQ(notifications(),
+    EXPECT_EQ(notification_record_take(),
               (std::vector<t_tarn_notification>{{"A", "late", "Success"}, {"B", "late", "Failed"}}));
     EXPECT_EQ(world.context(DATA, "late", "B")->rule_list.count, 1);
 }
@@ -240,9 +233,9 @@ TEST(PassMemory, WithAnyBudgetWhatFitsRunsAndTheRestWaits)
         SCOPED_TRACE(percent);
         sized.pass(0, all);
         sized.release();
-        notifications();
+        notification_record_take();
         sized.pass(sized.need * percent / 100, all);
-        std::vector<t_tarn_notification> sent = notifications();
+        std::vector<t_tarn_notification> sent = notification_record_take();
         auto failed = [](const t_tarn_notification &n) { return n.status == "Failed"; };
         EXPECT_EQ(std::count_if(sent.begin(), sent.end(), failed), sized.waiting());
         EXPECT_EQ(sent.size(), 8u) << "all had waited: the others came back";

@@ -15,7 +15,6 @@
 #include "tarnd/config/tarn_app_list.h"
 #include "tarnd/config/tarn_pfx_list.h"
 #include "tarnd/config/tarn_process.h"
-#include "tarnd/oper/double/tarn_notify_double.h"
 
 // ---- Filter memory ----
 
@@ -100,7 +99,6 @@ PassWorld::PassWorld()
         g_world->policer_changes.push_back(filter_id);
         return 0;
     };
-    tarn_notify_double_reset();
 }
 
 PassWorld::~PassWorld()
