@@ -9,6 +9,7 @@
 #include "mgmtd/netconf/netconf_modules.h"
 #include "mgmtd/rights/mgmt_users.h"
 #include "mgmtd/snmp/mgmt_snmp.h"
+#include "mgmtd/snmp/mgmt_snmp_names.h"
 
 #include "common/lum_log.h"
 
@@ -302,7 +303,7 @@ static bool engine_open(const t_options &options, t_parts *p_parts)
     t_mgmt_error error;
     p_parts->snmp =
         mgmt_snmp_new({.running = [p_parts] { return mgmt_tree_of(p_parts->engine.get(), MGMT_DS_RUNNING); },
-                       .oid_of = nullptr});
+                       .oid_of = mgmt_snmp_name_find});
     p_parts->engine =
         mgmt_engine_new(p_parts->p_base, p_parts->model.index.get(), p_parts->model.context.get(),
                         {.store_folder = options.folder,

@@ -1,5 +1,7 @@
 #include "yang/schema_check.h"
 
+#include "yang/schema_traps.h"
+
 #include <libyang/libyang.h>
 
 #include <algorithm>
@@ -171,5 +173,6 @@ std::vector<std::string> schema_check(const t_schema_index &index)
         check_value(*node, &faults);
         check_conditions(index, *node, &faults);
     }
+    schema_traps_read(index, &faults);
     return faults;
 }

@@ -3,8 +3,9 @@
 #include <libyang/libyang.h>
 
 static constexpr const char *module_names[] = {
-    "lumora-types", "lumora-policy", "lumora-vpn",    "lumora-system",
-    "lumora-snmp",  "lumora-debugs", "lumora-access",
+    "lumora-types",  "lumora-policy",   "lumora-vpn",     "lumora-system",    "lumora-snmp",
+    "lumora-debugs", "lumora-access",   "lumora-actions", "lumora-app-route", "lumora-bfd",
+    "lumora-bridge", "lumora-hardware", "lumora-omp",     "lumora-security",
 };
 
 const std::span<const char *const> g_schema_module_names = module_names;

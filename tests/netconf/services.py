@@ -9,13 +9,12 @@ LIBRARY = "urn:ietf:params:xml:ns:yang:ietf-yang-library"
 NOTIFICATIONS = "urn:ietf:params:xml:ns:netconf:notification:1.0"
 STREAMS = "urn:ietf:params:xml:ns:netmod:notification"
 NAMES = ("first", "second", "third")
+HARDWARE = "urn:lumora:yang:hardware"
 
 
-def stored(name, hour):
+def stored(notification, hour, body):
     """A line of the notification log."""
-    body = {"policy-name": name, "vpn-list-name": "v", "status": "Failed"}
-    return json.dumps({"eventTime": f"2024-01-15T{hour:02}:00:00.000000Z",
-                       "notification": {"lumora-policy:data-policy-association-status": body}}) + "\n"
+    return json.dumps({"eventTime": f"2024-01-15T{hour:02}:00:00.000000Z", "notification": {notification: body}}) + "\n"
 
 
 class Services(router.Scenario):
@@ -24,7 +23,11 @@ class Services(router.Scenario):
         super().setUpClass()
         cls.router.stop()
         log = cls.router.folder / "store/notifications.log"
-        log.write_text("".join(stored(name, hour) for hour, name in enumerate(NAMES, 10)), encoding="utf-8")
+        lines = [stored("lumora-hardware:sfp-state-change", 9, {"sfp-name": "ge0/1", "new-state": "removed"})]
+        lines += [stored("lumora-policy:data-policy-association-status", hour,
+                         {"policy-name": name, "vpn-list-name": "v", "status": "Failed"})
+                  for hour, name in enumerate(NAMES, 10)]
+        log.write_text("".join(lines), encoding="utf-8")
         cls.router.start()
 
     def test_capabilities(self):
@@ -79,13 +82,13 @@ class Services(router.Scenario):
                           f'{element("startTime", time(start))}{element("stopTime", time(stop))}</create-subscription>')
 
     def told(self, session, count):
-        """The policies that notifications name, up to a number of notifications of any kind."""
+        """The policies and transceivers that notifications name, up to a number of notifications of any kind."""
         names = []
         for _ in range(count):
             taken = session.take_notification(timeout=10)
             self.assertIsNotNone(taken, f"after {names}")
             ele = taken.notification_ele
-            names += [leaf.text for leaf in ele.iter(f"{{{POLICY}}}policy-name")]
+            names += [leaf.text for leaf in ele.iter(f"{{{POLICY}}}policy-name", f"{{{HARDWARE}}}sfp-name")]
             names += [node.tag.split("}")[1] for node in ele if node.tag.startswith(f"{{{STREAMS}}}")]
         return names
 
@@ -100,6 +103,7 @@ class Services(router.Scenario):
                 ("10:30:00Z", "11:30:00Z", "", ["second", *complete, "notificationComplete"]),
                 ("00:00:00Z", "", f'<filter>{status.format("<policy-name>third</policy-name>")}</filter>',
                  ["third", *complete]),
+                ("00:00:00Z", "09:30:00Z", "", ["ge0/1", *complete, "notificationComplete"]),
                 ("00:00:00Z", "", xpath("/p:data-policy-association-status[p:policy-name='first']"),
                  ["first", *complete])]
         for start, stop, filtering, want in rows:

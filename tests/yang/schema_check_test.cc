@@ -112,6 +112,55 @@ TEST(SchemaCheckTest, compares_names_and_hashes_over_all_modules)
     }
 }
 
+TEST(SchemaCheckTest, traps_and_their_fields_have_names_and_numbers_of_their_own)
+{
+    static const std::string d = "description 'x'; ";
+    static const std::string head = "leaf severity-level { type string; " + d +
+                                    "} leaf host-name { type string; " + d +
+                                    "} leaf system-ip { type string; " + d + "} ";
+    auto leaf = [](const std::string &name, const std::string &mib_name, const std::string &number,
+                   const std::string &type = "string") {
+        return "leaf " + name + " { tarn:mib-name '" + mib_name + "'; tarn:mib-number '" + number +
+               "'; type " + type + "; " + d + "} ";
+    };
+    auto trap = [](const std::string &name, const std::string &mib_name, const std::string &index,
+                   const std::string &leaves) {
+        return "notification " + name + " { " +
+               (mib_name.empty() ? "" : "tarn:mib-name '" + mib_name + "'; ") +
+               (index.empty() ? "" : "tarn:trap '" + index + "'; ") + d + leaves + "} ";
+    };
+    static const std::string first =
+        trap("n", "mN", "1", head + leaf("a", "mA", "100") + leaf("b", "mB", "101"));
+    const struct {
+        std::string statements;
+        std::string fault;  // its beginning
+    } rows[] = {
+        {first + trap("o", "mO", "110", head + leaf("a", "mA", "100")) + trap("p", "", "", head), ""},
+        {trap("n", "mN", "1", leaf("a", "mA", "100") + head), "/n: a notification does not begin"},
+        {trap("n", "mN", "111", head), "/n: '111' is no number of a trap"},
+        {trap("n", "mN", "", head), "/n: '' is no number of a trap"},
+        {trap("n", "", "1", head), "/n: '' is no name for the MIB"},
+        {trap("n", "m-n", "1", head), "/n: 'm-n' is no name for the MIB"},
+        {trap("n", "m" + std::string(63, 'n'), "1", head), "/n: 'mnnn"},
+        {first + trap("o", "mO", "1", head), "/o: the trap 1 is /n"},
+        {first + trap("o", "mN", "2", head), "/o: mN is the name of /n"},
+        {first + trap("o", "mO", "2", head + leaf("c", "mA", "102")), "/o/c: mA is the name of /n/a"},
+        {first + trap("o", "mO", "2", head + leaf("c", "mN", "102")), "/o/c: mN is the name of /n"},
+        {first + trap("o", "mO", "2", head + leaf("c", "mC", "101")), "/o/c: the number 101 is that of /n/b"},
+        {first + trap("o", "mO", "2", head + leaf("a", "mC", "100")), "/o/a: name, number or type differ"},
+        {first + trap("o", "mO", "2", head + leaf("a", "mA", "102")), "/o/a: name, number or type differ"},
+        {first + trap("o", "mO", "2", head + leaf("a", "mA", "100", "uint8")),
+         "/o/a: name, number or type differ"},
+        {trap("n", "mN", "1", head + leaf("a", "mA", "99")), "/n/a: a field has no number"},
+        {trap("n", "mN", "1", head + "leaf a { type string; " + d + "}"), "/n/a: a field has no number"},
+    };
+    for (const auto &row : rows) {
+        std::string faults = faults_of({module_text("m", "tarn:namespace '0x7'; " + row.statements)});
+        EXPECT_TRUE(row.fault.empty() ? faults.empty() : faults.starts_with(row.fault))
+            << row.statements << " " << faults;
+    }
+}
+
 TEST(SchemaConstantsCliTest, ends_the_build_with_node_and_reason)
 {
     namespace fs = std::filesystem;

@@ -2,6 +2,8 @@
 
 #include "mgmtd/snmp/mgmt_snmp.h"
 
+#include "generated/lconfd_trap_rows.h"
+#include "mgmtd/snmp/mgmt_snmp_names.h"
 #include "platform/confd/confd_dp.h"
 
 #include <arpa/inet.h>
@@ -72,26 +74,63 @@ static bool has_ipv6()
     return is_bound;
 }
 
-// snmptrapd on two addresses with no MIBs; each trap is a line of numbers and values.
+// The little of the base MIBs that LUMORA-MIB needs; receivers have the whole of them.
+static void base_mibs_write(const std::string &folder)
+{
+    auto write = [&](const std::string &name, const std::string &text) {
+        std::ofstream(folder + "/" + name + ".txt") << name << " DEFINITIONS ::= BEGIN\n" << text << "END\n";
+    };
+    write("SNMPv2-SMI",
+          "org OBJECT IDENTIFIER ::= { iso 3 }\ndod OBJECT IDENTIFIER ::= { org 6 }\n"
+          "internet OBJECT IDENTIFIER ::= { dod 1 }\nprivate OBJECT IDENTIFIER ::= { internet 4 }\n"
+          "enterprises OBJECT IDENTIFIER ::= { private 1 }\n");
+    const std::string head = " ::= TEXTUAL-CONVENTION\n";
+    const std::string tail = "STATUS current DESCRIPTION \"\" SYNTAX ";
+    write("SNMPv2-TC",
+          "DisplayString" + head + "DISPLAY-HINT \"255a\" " + tail + "OCTET STRING (SIZE (0..255))\n" +
+              "TruthValue" + head + tail + "INTEGER { true(1), false(2) }\n" + "DateAndTime" + head +
+              "DISPLAY-HINT \"2d-1d-1d,1d:1d:1d.1d,1a1d:1d\" " + tail + "OCTET STRING (SIZE (8 | 11))\n");
+    write("SNMPv2-CONF", "");
+}
+
+// What Net-SNMP's programs read and write, gone afterwards.
+struct ReceiverFolder {
+    std::string path = std::string(getenv("TMPDIR") != nullptr ? getenv("TMPDIR") : "/tmp") + "/snmp-XXXXXX";
+
+    ReceiverFolder()
+    {
+        EXPECT_NE(mkdtemp(path.data()), nullptr);
+        std::filesystem::create_directory(path + "/cert_indexes");
+        base_mibs_write(path);
+    }
+
+    ~ReceiverFolder()
+    {
+        std::filesystem::remove_all(path);
+    }
+};
+
+// snmptrapd on two addresses; each trap is a line of identifiers and values: names with MIBs, numbers
+// without.
 struct TrapReceiver {
     uint16_t port = free_port();
-    std::string folder =
-        std::string(getenv("TMPDIR") != nullptr ? getenv("TMPDIR") : "/tmp") + "/snmp-XXXXXX";
+    ReceiverFolder folder;
     pid_t pid;
 
-    TrapReceiver()
+    explicit TrapReceiver(bool has_mibs = false)
     {
-        EXPECT_NE(mkdtemp(folder.data()), nullptr);
-        std::ofstream(folder + "/conf") << "authCommunity log public\nauthCommunity log hush\n";
+        std::ofstream(folder.path + "/conf") << "authCommunity log public\nauthCommunity log hush\n";
         std::string addresses = "udp:127.0.0.1:" + std::to_string(port);
         std::string second = (has_ipv6() ? "udp6:[::1]:" : "udp:127.0.0.2:") + std::to_string(port);
         pid = fork();
         if (pid != 0)
             return;
-        setenv("SNMP_PERSISTENT_DIR", folder.c_str(), 1);
-        setenv("MIBS", "", 1);
-        execl(SNMPTRAPD, SNMPTRAPD, "-f", "-C", "-c", (folder + "/conf").c_str(), "-On", "-Oe", "-Lf",
-              (folder + "/log").c_str(), "-F", "trap %P|%v\n", addresses.c_str(), second.c_str(), nullptr);
+        setenv("SNMP_PERSISTENT_DIR", folder.path.c_str(), 1);
+        setenv("MIBDIRS", (folder.path + ":" MIB_FOLDER).c_str(), 1);
+        setenv("MIBS", has_mibs ? "LUMORA-MIB" : "", 1);
+        execl(SNMPTRAPD, SNMPTRAPD, "-f", "-C", "-c", (folder.path + "/conf").c_str(),
+              has_mibs ? "-OS" : "-On", has_mibs ? "-OT" : "-Oe", "-Lf", (folder.path + "/log").c_str(), "-F",
+              "trap %P|%v\n", addresses.c_str(), second.c_str(), nullptr);
         _exit(127);
     }
 
@@ -99,12 +138,11 @@ struct TrapReceiver {
     {
         kill(pid, SIGKILL);
         waitpid(pid, nullptr, 0);
-        std::filesystem::remove_all(folder);
     }
 
     std::string log() const
     {
-        std::ifstream file(folder + "/log");
+        std::ifstream file(folder.path + "/log");
         return {std::istreambuf_iterator<char>(file), {}};
     }
 
@@ -220,6 +258,69 @@ TEST(MgmtSnmp, AReceiverReadsWhatWasNotifiedOverBothFamilies)
     ASSERT_TRUE(until([&] { return receiver.count("trap TRAP2") == 3; })) << "new running, one target";
     EXPECT_EQ(mgmt_snmp_status(*snmp).sent, 3u);
     EXPECT_EQ(mgmt_snmp_status(*snmp).unknown, 1u);
+}
+
+// As the adapter sends it: times and addresses as values, the notification by its name in the MIB.
+TEST(MgmtSnmp, AReceiverWithTheMibReadsNames)
+{
+    TrapReceiver receiver(true);
+    mgmt_tree_ptr config = config_of(target("127.0.0.1", receiver.port));
+    mgmt_snmp_ptr snmp = mgmt_snmp_new({.running = [&] { return config; }, .oid_of = mgmt_snmp_name_find});
+    ASSERT_TRUE(until([&] { return receiver.count("NET-SNMP version") > 0; })) << receiver.log();
+    t_ipc_snmp_notification made = notification("lumoraVpnFibStateChange");
+    made.varbinds = {
+        varbind("eventTime", C_DATETIME,
+                [](confd_value_t *p_value) {
+                    p_value->val.datetime = {2024, 1, 15, 10, 20, 30, 500000, -1, -30};
+                }),
+        varbind("netconfNotificationSeverity", C_ENUM_VALUE,
+                [](confd_value_t *p_value) { p_value->val.enumvalue = 2; }),
+        varbind("lumoraVpnVpnId", C_UINT32, [](confd_value_t *p_value) { p_value->val.u32 = 12; }),
+        {.type = CONFD_SNMP_VARIABLE, .name = "lumoraVpnIfName", .oid = {}, .value = IpcValue::text("ge0/1")},
+    };
+    g_mgmt_snmp_ops.send(snmp.get(), made);
+    ASSERT_TRUE(until([&] { return receiver.count("trap TRAP2") == 1; })) << receiver.log();
+    std::string log = receiver.log();
+    static constexpr const char *wanted[] = {
+        " = OID: LUMORA-MIB::lumoraVpnFibStateChange",
+        "LUMORA-MIB::eventTime.0 = STRING: 2024-1-15,10:20:30.5,-1:30",
+        "LUMORA-MIB::netconfNotificationSeverity.0 = INTEGER: major(2)",
+        "LUMORA-MIB::lumoraVpnVpnId.0 = Gauge32: 12",
+        "LUMORA-MIB::lumoraVpnIfName.0 = STRING: ge0/1",
+    };
+    for (const char *part : wanted)
+        EXPECT_NE(log.find(part), std::string::npos) << part << "\n" << log;
+}
+
+// Another reader of the MIB finds each name where mgmtd puts it, and nothing to complain about.
+TEST(MgmtSnmp, EveryNameHasTheIdentifierThatTheMibGives)
+{
+    std::vector<std::string> names = {"eventTime", "netconfNotificationSeverity"};
+    for (const t_lconfd_trap_row &row : lconfd_trap_rows)
+        names.push_back(row.mib_name);
+    ReceiverFolder folder;
+    std::string command = "SNMP_PERSISTENT_DIR=" + folder.path + " MIBDIRS=" + folder.path +
+                          ":" MIB_FOLDER " " SNMPTRANSLATE " -m LUMORA-MIB -On";
+    std::string wanted;
+    for (const std::string &name : names) {
+        std::vector<uint32_t> id;
+        ASSERT_TRUE(mgmt_snmp_name_find(name, &id)) << name;
+        for (uint32_t number : id)
+            wanted += "." + std::to_string(number);
+        wanted += "\n";
+        command += " LUMORA-MIB::" + name;
+    }
+    std::string found;
+    std::unique_ptr<FILE, int (*)(FILE *)> output(popen((command + " 2>&1").c_str(), "r"), pclose);
+    ASSERT_NE(output, nullptr);
+    for (int c = fgetc(output.get()); c != EOF; c = fgetc(output.get()))
+        found += static_cast<char>(c);
+    found.erase(
+        std::unique(found.begin(), found.end(), [](char a, char b) { return a == '\n' && b == '\n'; }),
+        found.end());
+    EXPECT_EQ(found, wanted);
+    std::vector<uint32_t> none;
+    EXPECT_FALSE(mgmt_snmp_name_find("lumoraPolicyX", &none) || mgmt_snmp_name_find("", &none));
 }
 
 // A closed port, an address that the system refuses, and a receiver that never reads: the others get theirs,
