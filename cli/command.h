@@ -38,11 +38,13 @@ enum e_cli_value {
     CLI_VALUE_KEY,
     CLI_VALUE_NUMBER,  // of a commit, counted back
     CLI_VALUE_PARAMETER,
+    CLI_VALUE_PHRASE,   // words of the command's own
     CLI_VALUE_PATH,     // one word, in the framework's form
     CLI_VALUE_NODE,     // a path, as words or in the framework's form
     CLI_VALUE_CONFIG,   // the same, of configuration
     CLI_VALUE_SETTING,  // the same with values
-    CLI_VALUE_SINCE,    // a time, or how long ago
+    CLI_VALUE_SECONDS,
+    CLI_VALUE_SINCE,  // a time, or how long ago
     CLI_VALUE_SOCKET,
     CLI_VALUE_TEXT,
     CLI_VALUE_TIME,  // minutes, or with a unit
@@ -56,7 +58,8 @@ struct t_cli_option {
     char letter;       // 0 for none
     e_cli_value values[2];
     const char *help;
-    bool stands_between = false;  // as a keyword also behind words, and takes all that follows
+    bool stands_between = false;     // as a keyword also behind words, and takes all that follows
+    bool value_is_optional = false;  // what follows is its value if it is a number
 };
 
 struct t_cli_word {
@@ -70,7 +73,11 @@ struct t_cli_given {
     std::vector<std::string> values;
 };
 
+struct t_cli_command;
+struct t_cli_phrase;
+
 struct t_cli_arguments {
+    const t_cli_command *p_command = nullptr;
     std::vector<t_cli_given> options;  // in their order; without those of all commands
     std::vector<std::string> words;
 };
@@ -120,6 +127,7 @@ struct t_cli_command {
     std::span<const t_cli_option> options;
     std::span<const t_cli_word> words;
     e_cli_status (*run)(t_cli *p_cli, const t_cli_arguments &arguments);
+    const std::span<const t_cli_phrase> *p_phrases = nullptr;  // what it takes beside other words; null: none
 };
 
 extern const std::span<const t_cli_command> g_cli_commands;
@@ -149,6 +157,11 @@ const t_cli_command *cli_command_find(e_cli_mode mode, std::string_view name, st
 const t_cli_option *cli_option_find(const t_cli_command &command, const t_cli_argument &text,
                                     size_t word_count);
 
+// Whether an option whose value may be missing takes this text for it.
+bool cli_option_takes(const t_cli_option &option, const t_cli_argument &text);
+
+// An option as it was given; null if it was not.
+const t_cli_given *cli_option_given(const t_cli_arguments &arguments, std::string_view name);
 bool cli_option_is_given(const t_cli_arguments &arguments, std::string_view name);
 
 // The first value of an option, or null if it was not given.

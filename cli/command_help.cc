@@ -1,26 +1,17 @@
 #include "cli/command.h"
+#include "cli/phrase.h"
 #include "cli/pipes.h"
 #include "cli/text_layout.h"
 
 const char *cli_value_name(e_cli_value value)
 {
     static constexpr std::pair<e_cli_value, const char *> names[] = {
-        {CLI_VALUE_ACTION, "ACTION"},
-        {CLI_VALUE_COMMAND, "COMMAND"},
-        {CLI_VALUE_COMMENT, "COMMENT"},
-        {CLI_VALUE_COUNT, "COUNT"},
-        {CLI_VALUE_FILE, "FILE"},
-        {CLI_VALUE_ID, "NAME"},
-        {CLI_VALUE_KEY, "KEY"},
-        {CLI_VALUE_NUMBER, "N"},
-        {CLI_VALUE_PARAMETER, "NAME=VALUE"},
-        {CLI_VALUE_PATH, "PATH"},
-        {CLI_VALUE_NODE, "PATH"},
-        {CLI_VALUE_CONFIG, "PATH"},
-        {CLI_VALUE_SETTING, "PATH VALUE"},
-        {CLI_VALUE_SINCE, "TIME"},
-        {CLI_VALUE_SOCKET, "PATH"},
-        {CLI_VALUE_TEXT, "VALUE"},
+        {CLI_VALUE_ACTION, "ACTION"}, {CLI_VALUE_COMMAND, "COMMAND"},    {CLI_VALUE_COMMENT, "COMMENT"},
+        {CLI_VALUE_COUNT, "COUNT"},   {CLI_VALUE_FILE, "FILE"},          {CLI_VALUE_ID, "NAME"},
+        {CLI_VALUE_KEY, "KEY"},       {CLI_VALUE_NUMBER, "N"},           {CLI_VALUE_PARAMETER, "NAME=VALUE"},
+        {CLI_VALUE_PHRASE, "WHAT"},   {CLI_VALUE_PATH, "PATH"},          {CLI_VALUE_NODE, "PATH"},
+        {CLI_VALUE_CONFIG, "PATH"},   {CLI_VALUE_SETTING, "PATH VALUE"}, {CLI_VALUE_SECONDS, "SECONDS"},
+        {CLI_VALUE_SINCE, "TIME"},    {CLI_VALUE_SOCKET, "PATH"},        {CLI_VALUE_TEXT, "VALUE"},
         {CLI_VALUE_TIME, "TIME"},
     };
     for (auto [kind, name] : names) {
@@ -30,19 +21,30 @@ const char *cli_value_name(e_cli_value value)
     return "";
 }
 
-// Paths are words in a row as well as one word.
+// Paths are words in a row as well as one word, phrases too.
 static bool is_path(e_cli_value value)
 {
-    return value == CLI_VALUE_NODE || value == CLI_VALUE_CONFIG || value == CLI_VALUE_SETTING;
+    return value == CLI_VALUE_PHRASE || value == CLI_VALUE_NODE || value == CLI_VALUE_CONFIG ||
+           value == CLI_VALUE_SETTING;
+}
+
+// " NAME", " [SECONDS]"
+static std::string values_form(const t_cli_option &option)
+{
+    std::string form;
+    for (e_cli_value value : option.values) {
+        if (value == CLI_VALUE_NONE)
+            break;
+        std::string name = cli_value_name(value);
+        form += ' ' + (option.value_is_optional ? '[' + name + ']' : name);
+    }
+    return form;
 }
 
 static std::string option_form(const t_cli_option &option)
 {
     std::string form = option.letter != 0 ? std::string("-") + option.letter + ", " : "";
-    form += option.name;
-    for (e_cli_value value : option.values)
-        form += value != CLI_VALUE_NONE ? std::string(" ") + cli_value_name(value) : "";
-    return form;
+    return form + option.name + values_form(option);
 }
 
 std::string cli_command_usage(e_cli_mode mode, const t_cli_command &command)
@@ -51,6 +53,7 @@ std::string cli_command_usage(e_cli_mode mode, const t_cli_command &command)
     for (const t_cli_word &word : command.words) {
         bool has_dots = word.repeats && !is_path(word.value);
         std::string form = std::string(cli_value_name(word.value)) + (has_dots ? "..." : "");
+        form += word.value != CLI_VALUE_PHRASE && command.p_phrases != nullptr ? "|WHAT" : "";
         usage += ' ' + (word.is_optional ? '[' + form + ']' : form);
     }
     return usage + (command.options.empty() ? "" : " [OPTION]...");
@@ -58,10 +61,7 @@ std::string cli_command_usage(e_cli_mode mode, const t_cli_command &command)
 
 static std::string keyword_form(const t_cli_option &option)
 {
-    std::string form = option.name + 2;
-    for (e_cli_value value : option.values)
-        form += value != CLI_VALUE_NONE ? std::string(" ") + cli_value_name(value) : "";
-    return form;
+    return option.name + 2 + values_form(option);
 }
 
 // In a session options are keywords.
@@ -77,6 +77,17 @@ static void options_help(e_cli_mode mode, std::span<const t_cli_option> own, std
     cli_text_entries(entries, p_text);
 }
 
+static void phrases_help(const t_cli_command &command, std::string *p_text)
+{
+    t_cli_entries entries;
+    for (const t_cli_phrase &phrase : cli_phrases_of(command))
+        entries.emplace_back(cli_phrase_form(phrase), phrase.help);
+    if (entries.empty())
+        return;
+    *p_text += "\nWHAT it can be:\n";
+    cli_text_entries(entries, p_text);
+}
+
 static constexpr char status_help[] = "Exit status: 0 done, 1 refused by the daemon, 2 usage, 3 no "
                                       "connection, 4 a file can't be read or written.";
 
@@ -84,6 +95,7 @@ std::string cli_command_help(e_cli_mode mode, const t_cli_command &command)
 {
     std::string text = "Usage: " + cli_command_usage(mode, command) + "\n\n";
     cli_text_wrap(command.details, 0, &text);
+    phrases_help(command, &text);
     if (mode == CLI_MODE_SHELL || !command.options.empty())
         text += "\nOptions:\n";
     options_help(mode, command.options, &text);

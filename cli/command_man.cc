@@ -1,6 +1,7 @@
 // The manual page and the shell's completion, from the table of commands.
 
 #include "cli/command.h"
+#include "cli/phrase.h"
 #include "cli/pipes.h"
 
 #include <algorithm>
@@ -34,8 +35,12 @@ static std::string option_page(const t_cli_option &option)
 {
     std::string form = option.letter != 0 ? std::string("\\fB\\-") + option.letter + "\\fR, " : "";
     form += "\\fB" + roff(option.name) + "\\fR";
-    for (e_cli_value value : option.values)
-        form += value != CLI_VALUE_NONE ? std::string(" \\fI") + roff(cli_value_name(value)) + "\\fR" : "";
+    for (e_cli_value value : option.values) {
+        if (value == CLI_VALUE_NONE)
+            break;
+        std::string name = "\\fI" + roff(cli_value_name(value)) + "\\fR";
+        form += ' ' + (option.value_is_optional ? '[' + name + ']' : name);
+    }
     return ".TP\n" + form + '\n' + roff(option.help) + '\n';
 }
 
@@ -47,8 +52,10 @@ static std::string modes_text(const t_cli_command &command)
         return command.modes == CLI_IN_SESSION       ? " (in a session)"
                : command.modes == CLI_MODE_OPERATION ? " (in a session, operation mode)"
                                                      : " (in a session, configuration mode)";
-    return command.modes == CLI_MODE_SHELL ? " (from the shell)"
-                                           : " (from the shell, and in the configuration mode)";
+    if (command.modes == CLI_MODE_SHELL)
+        return " (from the shell)";
+    return (command.modes & CLI_MODE_OPERATION) != 0 ? " (from the shell, and in the operation mode)"
+                                                     : " (from the shell, and in the configuration mode)";
 }
 
 static std::string command_page(const t_cli_command &command)
@@ -56,6 +63,9 @@ static std::string command_page(const t_cli_command &command)
     std::string page =
         ".SS " + roff(cli_command_usage(CLI_MODE_OPERATION, command)) + roff(modes_text(command)) + '\n';
     page += paragraphs(command.details);
+    for (const t_cli_phrase &phrase : cli_phrases_of(command))
+        page += ".TP\n\\fB" + roff(command.name) + ' ' + roff(cli_phrase_form(phrase)) + "\\fR\n" +
+                roff(phrase.help) + '\n';
     for (const t_cli_option &option : command.options)
         page += option_page(option);
     return page;

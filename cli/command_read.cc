@@ -29,7 +29,7 @@ const t_cli_command *cli_command_find(e_cli_mode mode, std::string_view name, st
     return p_found;
 }
 
-static const t_cli_given *given_find(const t_cli_arguments &arguments, std::string_view name)
+const t_cli_given *cli_option_given(const t_cli_arguments &arguments, std::string_view name)
 {
     for (const t_cli_given &given : arguments.options) {
         if (name == given.p_option->name)
@@ -40,12 +40,12 @@ static const t_cli_given *given_find(const t_cli_arguments &arguments, std::stri
 
 bool cli_option_is_given(const t_cli_arguments &arguments, std::string_view name)
 {
-    return given_find(arguments, name) != nullptr;
+    return cli_option_given(arguments, name) != nullptr;
 }
 
 const std::string *cli_option_value(const t_cli_arguments &arguments, std::string_view name)
 {
-    const t_cli_given *p_given = given_find(arguments, name);
+    const t_cli_given *p_given = cli_option_given(arguments, name);
     return p_given != nullptr ? &p_given->values[0] : nullptr;
 }
 
@@ -131,9 +131,16 @@ static bool value_check(e_cli_value value, const std::string &text, std::string 
         return fail(p_reason, '"' + text + "\" is no number of a commit");
     if (value == CLI_VALUE_COUNT && !number_is_sane(text))
         return fail(p_reason, '"' + text + "\" is no count");
+    if (value == CLI_VALUE_SECONDS && (!number_is_sane(text) || std::stoi(text) == 0))
+        return fail(p_reason, '"' + text + "\" is no number of seconds");
     if (value == CLI_VALUE_TIME && cli_seconds_read(text) == 0)
         return fail(p_reason, '"' + text + "\" is no time of up to a week: minutes, or as 90s, 10m, 2h, 1d");
     return true;
+}
+
+bool cli_option_takes(const t_cli_option &option, const t_cli_argument &text)
+{
+    return !option.value_is_optional || (!text.is_quoted && number_is_sane(text.text));
 }
 
 static bool common_take(t_cli *p_cli, const t_cli_given &given)
@@ -163,10 +170,13 @@ static bool option_take(t_reader *p_reader, const t_cli_option &option, const st
     for (e_cli_value value : option.values) {
         if (value == CLI_VALUE_NONE)
             break;
+        bool is_next = !p_reader->rest.empty() && cli_option_takes(option, p_reader->rest.front());
         if (p_glued != nullptr && given.values.empty())
             given.values.push_back(*p_glued);
-        else if (!p_reader->rest.empty())
+        else if (is_next)
             given.values.push_back(next_take(p_reader).text);
+        else if (option.value_is_optional)
+            break;
         else
             return fail(p_reader->p_reason,
                         std::string(option_title(*p_reader, option)) + " needs " + cli_value_name(value));
@@ -220,7 +230,8 @@ bool cli_leading_options_read(std::span<const t_cli_argument> *p_texts, t_cli *p
                                           .details = "",
                                           .options = g_cli_program_options,
                                           .words = {},
-                                          .run = nullptr};
+                                          .run = nullptr,
+                                          .p_phrases = nullptr};
     t_cli_arguments given;
     t_reader reader = {program, *p_texts, p_cli, &given, p_reason};
     while (!reader.rest.empty() && is_dashed(reader.rest.front())) {
@@ -241,6 +252,7 @@ bool cli_command_read(const t_cli_command &command, std::span<const t_cli_argume
                       t_cli_arguments *p_arguments, std::string *p_reason)
 {
     t_reader reader = {command, texts, p_cli, p_arguments, p_reason};
+    p_arguments->p_command = &command;
     bool options_end = false;
     while (!reader.rest.empty()) {
         t_cli_argument text = next_take(&reader);

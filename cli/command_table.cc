@@ -1,4 +1,5 @@
 #include "cli/commands.h"
+#include "cli/phrase.h"
 
 static constexpr t_cli_option common_options[] = {
     {"--json", 'j', {}, "print JSON instead of text"},
@@ -52,7 +53,12 @@ static constexpr t_cli_option show_options[] = {
     {"--config", 0, {}, "the running configuration only"},
     {"--candidate", 0, {}, "the candidate"},
     {"--state", 0, {}, "operational state only"},
+    {"--watch", 0, {CLI_VALUE_SECONDS}, "show WHAT again and again, every 2 seconds", false, true},
+    {"--count", 0, {CLI_VALUE_COUNT}, "with watch: end after so many"},
 };
+
+// The same in the configuration mode, where it is about the candidate.
+static constexpr std::span<const t_cli_option> show_path_options = std::span(show_options).first(3);
 
 static constexpr t_cli_option monitor_options[] = {
     {"--from", 0, {CLI_VALUE_SINCE}, "tell the stored ones since then first"},
@@ -60,6 +66,7 @@ static constexpr t_cli_option monitor_options[] = {
 };
 
 static constexpr t_cli_word node_word[] = {{CLI_VALUE_NODE, true, true}};
+static constexpr t_cli_word phrase_word[] = {{CLI_VALUE_PHRASE, false, true}};
 static constexpr t_cli_word config_word[] = {{CLI_VALUE_CONFIG, false, true}};
 static constexpr t_cli_word setting_words[] = {{CLI_VALUE_SETTING, false, true}};
 static constexpr t_cli_word number_word[] = {{CLI_VALUE_NUMBER, false, false}};
@@ -238,14 +245,69 @@ static constexpr t_cli_command commands[] = {
     },
     {
         .name = "show",
-        .modes = CLI_EVERYWHERE,
-        .summary = "show configuration and state",
+        .modes = CLI_MODE_SHELL | CLI_MODE_OPERATION,
+        .summary = "show configuration, state and what packets did",
         .details = "Shows what stands at a path and below, or everything: the running configuration and the "
-                   "state as the daemons give it now; in the configuration mode the candidate. A list "
-                   "without keys means all its entries.",
+                   "state as the daemons give it now. A list without keys means all its entries.\n\n"
+                   "Other words show tables and the policy daemon's dumps. With watch a table comes again "
+                   "and again until Ctrl-C, with rates per second beside its counts; at a terminal it "
+                   "stays in its place.",
         .options = show_options,
         .words = node_word,
         .run = cli_show,
+        .p_phrases = &g_cli_show_phrases,
+    },
+    {
+        .name = "show",
+        .modes = CLI_MODE_CONFIGURATION,
+        .summary = "show the candidate",
+        .details = "Shows what stands in the candidate at a path and below, or all below this place. A list "
+                   "without keys means all its entries.",
+        .options = show_path_options,
+        .words = node_word,
+        .run = cli_show,
+    },
+    {
+        .name = "clear",
+        .modes = CLI_MODE_SHELL | CLI_MODE_OPERATION,
+        .summary = "zero counters",
+        .details = "Zeroes counters and policers of the loaded programs: of all of a kind, or of what is "
+                   "named.",
+        .options = {},
+        .words = phrase_word,
+        .run = cli_operate,
+        .p_phrases = &g_cli_clear_phrases,
+    },
+    {
+        .name = "debug",
+        .modes = CLI_MODE_SHELL | CLI_MODE_OPERATION,
+        .summary = "log more of what the policy daemon does",
+        .details = "Makes the policy daemon log what it does. \"show debugs\" tells what is on, \"undebug "
+                   "all\" ends it.",
+        .options = {},
+        .words = phrase_word,
+        .run = cli_operate,
+        .p_phrases = &g_cli_debug_phrases,
+    },
+    {
+        .name = "undebug",
+        .modes = CLI_MODE_SHELL | CLI_MODE_OPERATION,
+        .summary = "end all debugging",
+        .details = "Ends what \"debug\" has begun.",
+        .options = {},
+        .words = phrase_word,
+        .run = cli_operate,
+        .p_phrases = &g_cli_undebug_phrases,
+    },
+    {
+        .name = "no",
+        .modes = CLI_MODE_SHELL | CLI_MODE_OPERATION,
+        .summary = "as undebug",
+        .details = "\"no debug\" is \"undebug all\".",
+        .options = {},
+        .words = phrase_word,
+        .run = cli_operate,
+        .p_phrases = &g_cli_no_phrases,
     },
     {
         .name = "describe",

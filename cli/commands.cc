@@ -121,15 +121,26 @@ static e_cli_status failure_tell(const t_cli &cli, const t_cli_answer &answer)
     return CLI_REFUSED;
 }
 
+void cli_warn(const t_cli &cli, const std::string &warning)
+{
+    fprintf(stderr, "%swarning: %s\n",
+            cli.is_terminal ? "" : "lumora-cli: ", cli_text_printable(warning, false).c_str());
+}
+
+e_cli_status cli_answer_tell(const t_cli &cli, const t_cli_answer &answer)
+{
+    for (const std::string &warning : answer.warnings)
+        cli_warn(cli, warning);
+    return answer.outcome == CLI_ANSWER_DONE ? CLI_DONE : failure_tell(cli, answer);
+}
+
 e_cli_status cli_call(t_cli *p_cli, const t_cli_json &head, std::string_view body, t_cli_answer *p_answer,
                       const t_cli_listener &listener)
 {
     t_cli_answer answer = cli_ask(p_cli, head, body, listener);
-    for (const std::string &warning : answer.warnings)
-        fprintf(stderr, "%swarning: %s\n",
-                p_cli->is_terminal ? "" : "lumora-cli: ", cli_text_printable(warning, false).c_str());
-    if (answer.outcome != CLI_ANSWER_DONE)
-        return failure_tell(*p_cli, answer);
+    e_cli_status status = cli_answer_tell(*p_cli, answer);
+    if (status != CLI_DONE)
+        return status;
     if (p_answer != nullptr)
         *p_answer = std::move(answer);
     return CLI_DONE;

@@ -15,6 +15,9 @@ t_cli_json cli_head(const char *op);
 t_cli_answer cli_ask(t_cli *p_cli, const t_cli_json &head, std::string_view body = {},
                      const t_cli_listener &listener = {});
 
+// Tells an answer's warnings, and its failure if it is one. Its status.
+e_cli_status cli_answer_tell(const t_cli &cli, const t_cli_answer &answer);
+
 e_cli_status cli_answer_status(const t_cli_answer &answer);
 
 // Asks the daemon. Warnings and failures are told on standard error. p_answer may be null.
@@ -23,6 +26,8 @@ e_cli_status cli_answer_status(const t_cli_answer &answer);
 
 // Tells a failure; gives the status for `return`.
 e_cli_status cli_fail(const t_cli &cli, e_cli_status status, const std::string &reason);
+
+void cli_warn(const t_cli &cli, const std::string &warning);
 
 // Writes a result. CLI_LOCAL when that fails; the reason is told by cli_output_finish.
 e_cli_status cli_print(t_cli *p_cli, std::string_view text);
@@ -34,6 +39,11 @@ e_cli_status cli_print_done(t_cli *p_cli);
 // What is left of the command's output. The command's status, or CLI_LOCAL with the reason told when the
 // output could not be written.
 e_cli_status cli_output_finish(t_cli *p_cli, e_cli_status status);
+
+// Runs an action and prints its output as it comes; where JSON is wanted that is added to *p_kept. p_answer
+// may be null.
+[[nodiscard]] e_cli_status cli_action_run(t_cli *p_cli, const t_cli_json &head, std::string *p_kept,
+                                          t_cli_answer *p_answer);
 
 // The status of the daemon, without a word where there is none: null then.
 t_cli_json cli_status_ask(t_cli *p_cli);
@@ -59,6 +69,7 @@ e_cli_status cli_show(t_cli *p_cli, const t_cli_arguments &arguments);
 e_cli_status cli_describe(t_cli *p_cli, const t_cli_arguments &arguments);
 e_cli_status cli_status(t_cli *p_cli, const t_cli_arguments &arguments);
 e_cli_status cli_request(t_cli *p_cli, const t_cli_arguments &arguments);
+e_cli_status cli_operate(t_cli *p_cli, const t_cli_arguments &arguments);
 e_cli_status cli_monitor(t_cli *p_cli, const t_cli_arguments &arguments);
 e_cli_status cli_help_show(t_cli *p_cli, const t_cli_arguments &arguments);
 e_cli_status cli_exit(t_cli *p_cli, const t_cli_arguments &arguments);

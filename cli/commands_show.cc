@@ -2,12 +2,14 @@
 
 #include "cli/commands.h"
 #include "cli/model_walk.h"
+#include "cli/phrase.h"
 #include "cli/text_escape.h"
 #include "cli/text_layout.h"
 #include "cli/text_model.h"
 #include "cli/text_node.h"
 #include "cli/text_set.h"
 
+#include <algorithm>
 #include <cstring>
 #include <ctime>
 
@@ -50,7 +52,8 @@ static e_cli_status path_find(t_cli *p_cli, const std::vector<std::string> &word
     return CLI_DONE;
 }
 
-static const char *show_source(const t_cli &cli, const t_cli_arguments &arguments)
+// The source that an option names; null for none.
+static const char *given_source(const t_cli_arguments &arguments)
 {
     static constexpr std::pair<const char *, const char *> sources[] = {
         {"--config", "running"}, {"--candidate", "candidate"}, {"--state", "state"}};
@@ -58,6 +61,13 @@ static const char *show_source(const t_cli &cli, const t_cli_arguments &argument
         if (cli_option_is_given(arguments, option))
             return from;
     }
+    return nullptr;
+}
+
+static const char *show_source(const t_cli &cli, const t_cli_arguments &arguments)
+{
+    if (const char *p_given = given_source(arguments); p_given != nullptr)
+        return p_given;
     if (cli.mode == CLI_MODE_CONFIGURATION)
         return "candidate";
     return cli.form == CLI_FORM_SET ? "running" : "all";
@@ -88,9 +98,33 @@ static e_cli_status compare_print(t_cli *p_cli, const std::string &path)
     return cli_print(p_cli, text);
 }
 
+// Whether words are meant for a phrase: they begin one, and nothing of the model.
+static bool is_phrase(t_cli *p_cli, std::span<const t_cli_phrase> phrases,
+                      const std::vector<std::string> &words)
+{
+    auto first = cli_phrase_next(phrases, {});
+    bool begins = !words.empty() &&
+                  std::ranges::any_of(first, [&](const auto &next) { return next.first == words[0]; });
+    std::string reason;
+    e_cli_status status;
+    const t_cli_json *p_top = begins ? cli_model_node(p_cli, "", &reason, &status) : nullptr;
+    return p_top != nullptr && cli_model_child(*p_top, words[0]) == nullptr;
+}
+
 e_cli_status cli_show(t_cli *p_cli, const t_cli_arguments &arguments)
 {
+    std::span<const t_cli_phrase> phrases = cli_phrases_of(*arguments.p_command);
+    std::string name;
     std::string path;
+    bool is_path =
+        given_source(arguments) != nullptr || p_cli->form == CLI_FORM_SET || p_cli->form == CLI_FORM_COMPARE;
+    const t_cli_phrase *p_phrase = is_path ? nullptr : cli_phrase_find(phrases, arguments.words, &name);
+    if (p_phrase != nullptr)
+        return cli_phrase_run(p_cli, arguments, *p_phrase, name);
+    if (cli_option_is_given(arguments, "--watch") || cli_option_is_given(arguments, "--count"))
+        return cli_fail(*p_cli, CLI_USAGE, "watch is for tables, as \"show policy counters\"");
+    if (!is_path && is_phrase(p_cli, phrases, arguments.words))
+        return cli_fail(*p_cli, CLI_USAGE, cli_phrase_fault(phrases, arguments.words));
     e_cli_status status = path_find(p_cli, arguments.words, &path);
     if (status != CLI_DONE)
         return status;
@@ -157,22 +191,28 @@ static t_cli_json action_head(const t_cli_arguments &arguments)
     return {{"op", "action"}, {"action", arguments.words[0]}, {"input", input}, {"words", words}};
 }
 
-e_cli_status cli_request(t_cli *p_cli, const t_cli_arguments &arguments)
+e_cli_status cli_action_run(t_cli *p_cli, const t_cli_json &head, std::string *p_kept, t_cli_answer *p_answer)
 {
-    std::string kept;
     e_cli_status printed = CLI_DONE;
     t_cli_listener listener;
     listener.output = [&](std::string_view text) {
         if (p_cli->form == CLI_FORM_JSON)
-            kept += text;
+            *p_kept += text;
         else if (printed == CLI_DONE)
             printed = cli_print(p_cli, text);
     };
     listener.until = [p_cli] { return p_cli->output.is_over; };
+    e_cli_status status = cli_call(p_cli, head, {}, p_answer, listener);
+    return status != CLI_DONE ? status : printed;
+}
+
+e_cli_status cli_request(t_cli *p_cli, const t_cli_arguments &arguments)
+{
+    std::string kept;
     t_cli_answer answer;
-    e_cli_status status = cli_call(p_cli, action_head(arguments), {}, &answer, listener);
-    if (status != CLI_DONE || printed != CLI_DONE)
-        return status != CLI_DONE ? status : printed;
+    e_cli_status status = cli_action_run(p_cli, action_head(arguments), &kept, &answer);
+    if (status != CLI_DONE)
+        return status;
     if (p_cli->form == CLI_FORM_JSON)
         return cli_print_json(p_cli, {{"output", kept}, {"values", answer.result}});
     return result_print(p_cli, answer.result);

@@ -3,11 +3,13 @@
 #include "cli/commands.h"
 #include "cli/line_words.h"
 #include "cli/model_walk.h"
+#include "cli/phrase.h"
 #include "cli/pipes.h"
 #include "cli/text_node.h"
 
 #include <algorithm>
 #include <filesystem>
+#include <set>
 
 static void candidate_add(t_cli_completion *p_completion, t_cli_candidate candidate)
 {
@@ -183,6 +185,30 @@ static void commands_add(e_cli_mode mode, t_cli_completion *p_completion)
     }
 }
 
+// ---- Phrases ----
+
+static void names_add(t_cli *p_cli, const t_cli_phrase &phrase, t_cli_completion *p_completion)
+{
+    candidate_add(p_completion, {.text = "<name>", .help = "", .is_hint = true});
+    for (const char *p_list : phrase.names)
+        values_add(p_cli, p_list, {}, "", "", p_completion);
+}
+
+// Words that the model has as well, and names that several lists have, are offered once.
+static void phrases_add(t_cli *p_cli, std::span<const t_cli_phrase> phrases,
+                        const std::vector<std::string> &words, t_cli_completion *p_completion)
+{
+    for (const auto &[word, help] : cli_phrase_next(phrases, words))
+        candidate_add(p_completion, {.text = word, .help = help});
+    std::string name;
+    const t_cli_phrase *p_phrase = cli_phrase_find(phrases, words, &name);
+    if (p_phrase != nullptr && name.empty() && !p_phrase->names.empty())
+        names_add(p_cli, *p_phrase, p_completion);
+    std::set<std::string> seen;
+    std::erase_if(p_completion->candidates,
+                  [&](const t_cli_candidate &candidate) { return !seen.insert(candidate.text).second; });
+}
+
 static void value_add(t_cli *p_cli, e_cli_value value, const std::vector<std::string> &words,
                       t_cli_completion *p_completion)
 {
@@ -204,6 +230,8 @@ static void value_add(t_cli *p_cli, e_cli_value value, const std::vector<std::st
         return files_add(p_completion);
     case CLI_VALUE_NUMBER:
         return commits_add(p_cli, p_completion);
+    case CLI_VALUE_PHRASE:
+        return;  // what follows is added for all commands that take them
     case CLI_VALUE_COMMAND:
         return commands_add(p_cli->mode, p_completion);
     default:
@@ -233,7 +261,7 @@ static t_line_place line_place(const t_cli_command &command, std::span<const t_c
 {
     t_line_place place;
     for (const t_cli_token &token : tokens) {
-        if (is_open(place)) {
+        if (is_open(place) && cli_option_takes(*place.p_open, {token.text, token.is_quoted})) {
             place.values++;
             continue;
         }
@@ -268,7 +296,8 @@ static void command_add(t_cli *p_cli, std::span<const t_cli_token> tokens, t_cli
     if (p_command == nullptr)
         return;
     t_line_place place = line_place(*p_command, tokens.subspan(1));
-    if (is_open(place))
+    bool may_end = is_open(place) && place.p_open->value_is_optional;
+    if (is_open(place) && !may_end)
         return value_add(p_cli, place.p_open->values[std::min<size_t>(place.values, 1)], place.words,
                          p_completion);
     options_add(*p_command, place, p_completion);
@@ -277,6 +306,8 @@ static void command_add(t_cli *p_cli, std::span<const t_cli_token> tokens, t_cli
     if (has_word && !p_completion->typed.starts_with('-'))
         value_add(p_cli, p_command->words[std::min(place.words.size(), count - 1)].value, place.words,
                   p_completion);
+    if (!p_completion->typed.starts_with('-'))
+        phrases_add(p_cli, cli_phrases_of(*p_command), place.words, p_completion);
 }
 
 static void pipes_add(std::span<const t_cli_token> behind_bar, t_cli_completion *p_completion)

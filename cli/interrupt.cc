@@ -1,8 +1,8 @@
 #include "cli/interrupt.h"
 
 #include <cerrno>
+#include <chrono>
 #include <csignal>
-#include <cstdint>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
@@ -48,4 +48,15 @@ bool cli_wait(int fd, short events)
             return false;
     }
     return poll_fds[1].revents == 0;
+}
+
+bool cli_wait_ms(int64_t time_ms)
+{
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(time_ms);
+    pollfd poll_fd = {.fd = g_cli_interrupt_fd, .events = POLLIN, .revents = 0};
+    int64_t left_ms = time_ms;
+    while (left_ms > 0 && poll(&poll_fd, 1, static_cast<int>(left_ms)) <= 0)
+        left_ms =
+            std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+    return poll_fd.revents == 0;
 }

@@ -71,7 +71,7 @@ void cli_output_text(t_cli_output *p_output, std::string_view text)
         bool is_whole = end != std::string_view::npos || p_output->rest.size() > max_line;
         if (is_whole)
             line_take(p_output, std::exchange(p_output->rest, {}));
-        p_output->is_over = p_output->is_over || cli_interrupted();
+        p_output->is_over = p_output->is_over || (!p_output->is_whole && cli_interrupted());
     }
     if (!p_output->failed)
         p_output->failed = fflush(stdout) != 0;

@@ -27,11 +27,12 @@ struct t_cli_filter {
 
 struct t_cli_output {
     std::vector<t_cli_filter> filters;
-    bool pages = false;    // stop at each full screen
-    size_t rows_used = 0;  // of the screen
-    bool is_over = false;  // nobody wants the rest
-    bool failed = false;   // with errno
-    std::string rest;      // of a line that is not complete
+    bool pages = false;     // stop at each full screen
+    bool is_whole = false;  // Ctrl-C does not cut what is being printed
+    size_t rows_used = 0;   // of the screen
+    bool is_over = false;   // nobody wants the rest
+    bool failed = false;    // with errno
+    std::string rest;       // of a line that is not complete
 };
 
 void cli_output_text(t_cli_output *p_output, std::string_view text);

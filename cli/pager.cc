@@ -1,6 +1,7 @@
 #include "cli/pager.h"
 
 #include "cli/interrupt.h"
+#include "cli/text_escape.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -21,6 +22,11 @@ static t_screen screen_size()
     if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_row < 3 || size.ws_col < 10)
         return {24, 80};
     return {size.ws_row, size.ws_col};
+}
+
+size_t cli_screen_rows()
+{
+    return screen_size().rows;
 }
 
 // One key, without echo and without waiting for the line's end. Leaves the terminal as it was. 'q' for what
@@ -63,9 +69,7 @@ static size_t ask(const t_screen &screen)
 bool cli_pager_room(std::string_view line, size_t *p_rows_used)
 {
     t_screen screen = screen_size();
-    auto columns = static_cast<size_t>(std::ranges::count_if(
-        line, [](char byte) { return (static_cast<unsigned char>(byte) & 0xc0) != 0x80; }));
-    size_t rows = std::max<size_t>((columns + screen.columns - 1) / screen.columns, 1);
+    size_t rows = std::max<size_t>((cli_text_width(line) + screen.columns - 1) / screen.columns, 1);
     if (*p_rows_used > 0 && *p_rows_used + rows > screen.rows - 1) {
         size_t room = ask(screen);
         if (room == 0)

@@ -1,5 +1,6 @@
 #include "cli/text_escape.h"
 
+#include <algorithm>
 #include <cstdint>
 
 // Bytes of the character of UTF-8 that a text begins with; 0 for none.
@@ -48,6 +49,12 @@ std::string cli_text_printable(std::string_view text, bool keeps_lines)
         text.remove_prefix(used);
     }
     return shown;
+}
+
+size_t cli_text_width(std::string_view text)
+{
+    return static_cast<size_t>(std::ranges::count_if(
+        text, [](char byte) { return (static_cast<unsigned char>(byte) & 0xc0) != 0x80; }));
 }
 
 std::string cli_json_printable(std::string_view text)

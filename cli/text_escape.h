@@ -10,3 +10,6 @@ std::string cli_text_printable(std::string_view text, bool keeps_lines);
 
 // The same for JSON, where such characters stand in strings only: as \u009b.
 std::string cli_json_printable(std::string_view text);
+
+// Columns of a text on the screen: the characters of UTF-8.
+size_t cli_text_width(std::string_view text);

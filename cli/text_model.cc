@@ -49,13 +49,6 @@ static std::string simple_text(const t_cli_json &value, bool quotes)
     return text;
 }
 
-// Columns on the screen: the characters of UTF-8.
-static size_t width_of(const std::string &text)
-{
-    return static_cast<size_t>(std::ranges::count_if(
-        text, [](char byte) { return (static_cast<unsigned char>(byte) & 0xc0) != 0x80; }));
-}
-
 // ---- Tables ----
 
 struct t_column {
@@ -77,14 +70,14 @@ static std::vector<t_column> columns_make(const t_cli_json &rows, const std::vec
     std::vector<t_column> columns;
     for (const std::string &name : names) {
         t_column &column = columns.emplace_back(t_column{.title = short_name(name), .cells = {}, .width = 0});
-        column.width = width_of(column.title);
+        column.width = cli_text_width(column.title);
         for (const t_cli_json &row : rows) {
             auto member = row.find(name);
             std::string &cell = column.cells.emplace_back();
             if (member != row.end())
                 cell = is_empty_leaf(*member) ? "yes" : simple_text(*member, false);
             column.is_number = column.is_number && (cell.empty() || is_number(cell));
-            column.width = std::max(column.width, width_of(cell));
+            column.width = std::max(column.width, cli_text_width(cell));
         }
     }
     return columns;
@@ -100,7 +93,7 @@ static size_t table_width(const std::vector<t_column> &columns)
 
 static void cell_append(const t_column &column, const std::string &cell, std::string *p_line)
 {
-    size_t blanks = column.width - width_of(cell);
+    size_t blanks = column.width - cli_text_width(cell);
     p_line->append(column.is_number ? blanks : 0, ' ')
         .append(cell)
         .append(column.is_number ? 0 : blanks, ' ');
@@ -198,14 +191,15 @@ static void object_print(const t_cli_json &object, size_t indent, std::string *p
 {
     size_t width = 0;
     for (const auto &[name, value] : object.items())
-        width = is_simple(value) ? std::max(width, width_of(short_name(name))) : width;
+        width = is_simple(value) ? std::max(width, cli_text_width(short_name(name))) : width;
     for (const auto &[long_name, value] : object.items()) {
         std::string name = short_name(long_name);
         if (!is_simple(value)) {
             member_print(name, value, indent, p_text);
             continue;
         }
-        std::string line = name + std::string(width - width_of(name) + 2, ' ') + simple_text(value, true);
+        std::string line =
+            name + std::string(width - cli_text_width(name) + 2, ' ') + simple_text(value, true);
         line_append(line, indent, p_text);
     }
 }

@@ -177,7 +177,7 @@ TEST_F(CliSession, CompletionKnowsTableModelAndData)
         const char *line;
         const char *candidates;  // all of them, hints too
     } cases[] = {
-        {CLI_MODE_OPERATION, "c", "configure compare check commit cancel-commit"},
+        {CLI_MODE_OPERATION, "c", "configure compare check commit cancel-commit clear"},
         {CLI_MODE_CONFIGURATION, "commit c", "check comment confirmed"},
         {CLI_MODE_CONFIGURATION, "commit comment x --pers", "--persist --persist-id"},
         {CLI_MODE_CONFIGURATION, "set policy zo", "zone-to-nozone-internet zone zone-pair zone-based-policy"},
@@ -193,6 +193,11 @@ TEST_F(CliSession, CompletionKnowsTableModelAndData)
         {CLI_MODE_OPERATION, "request tarn-clear-policy-acl6", "tarn-clear-policy-acl6"},
         {CLI_MODE_OPERATION, "request tarn-clear-policy-acl n", "name="},
         {CLI_MODE_OPERATION, "show policy frobnicate ", ""},
+        {CLI_MODE_OPERATION, "show --watch policy co", "counters"},
+        {CLI_MODE_OPERATION, "show policy counters z", "zone <name> zbp"},
+        {CLI_MODE_OPERATION, "show policy counters zone z", "<name> zbp"},
+        {CLI_MODE_OPERATION, "clear ", "policy access-list ipv6 application"},
+        {CLI_MODE_CONFIGURATION, "show policy co", ""},
     };
     t_cli cli;
     cli.socket = p_daemon->socket;
