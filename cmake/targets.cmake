@@ -30,6 +30,9 @@ function(tarn_test name)
   # gtest_discover_tests takes no list here; `ctest -L` looks for a part of the label.
   string(JOIN "-" labels ${T_LABELS})
   set(environment "ASAN_OPTIONS=handle_segv=0:handle_sigill=0:allocator_may_return_null=1")
+  if(TARN_SANITIZE MATCHES thread)
+    set(environment "TSAN_OPTIONS=handle_segv=0:handle_sigill=0")
+  endif()
   gtest_discover_tests(${name} TEST_FILTER "-*Soak*" TEST_LIST ${name}_tests
     WORKING_DIRECTORY ${CMAKE_SOURCE_DIR}
     PROPERTIES LABELS "${labels}" TIMEOUT 600 ENVIRONMENT "${environment}")

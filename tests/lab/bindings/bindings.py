@@ -56,7 +56,7 @@ class Bindings(harness.Scenario):
         found = harness.wait_until(log, f"{len(expected)} messages at ftmd", SECONDS)
         self.seen += len(found)
         for row in found:
-            del row["sequence"], row["connection"]
+            del row["sequence"], row["connection"], row["bytes"]
         self.assertEqual(found, list(expected))
         return found
 
