@@ -215,6 +215,7 @@ static constexpr t_request_row requests[] = {
     {"replay", FP_REQUEST_REPLAY, replay_read},      {"forward", FP_REQUEST_FORWARD, forward_read},
     {"bindings", FP_REQUEST_BINDINGS, nothing_read}, {"stats", FP_REQUEST_STATS, nothing_read},
     {"zones", FP_REQUEST_ZONES, nothing_read},       {"flows", FP_REQUEST_FLOWS, nothing_read},
+    {"live", FP_REQUEST_LIVE, nothing_read},
 };
 
 static bool words_parse(t_words words, t_fp_request *p_request, std::string *p_error)

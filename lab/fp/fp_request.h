@@ -8,6 +8,7 @@
 //   bindings
 //   zones
 //   flows
+//   live
 //   stats
 //
 // PLACE is one of the optional names of fp_place.h: from, out-vpn, out-interface, for forward also family,
@@ -44,6 +45,7 @@ enum e_fp_request {
     FP_REQUEST_STATS,
     FP_REQUEST_ZONES,
     FP_REQUEST_FLOWS,
+    FP_REQUEST_LIVE,
 };
 
 struct t_fp_request {

@@ -119,6 +119,11 @@ static fp_json flows_answer(t_fp_service *p_service)
     return answer;
 }
 
+static fp_json live_answer(const t_fp_service *p_service)
+{
+    return p_service->live ? p_service->live() : lab_answer_refusal("there is no live mode");
+}
+
 fp_json fp_service_answer(t_fp_service *p_service, const t_fp_request &request)
 {
     switch (request.kind) {
@@ -136,6 +141,8 @@ fp_json fp_service_answer(t_fp_service *p_service, const t_fp_request &request)
         return zones_answer(p_service);
     case FP_REQUEST_FLOWS:
         return flows_answer(p_service);
+    case FP_REQUEST_LIVE:
+        return live_answer(p_service);
     case FP_REQUEST_REPLAY:
         break;
     }

@@ -28,6 +28,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -59,11 +60,12 @@ struct t_fp_service {
     t_fp_bindings bindings = {};
     t_fp_forward_stats forwarding = {};
     t_fp_treatment_stats treatments = {};
-    t_fp_applications applications = {};  // of replays that bring no table of their own
+    t_fp_applications applications = {};  // of live mode, and replays without a table of their own
     fp_mirror_ptr mirror = nullptr;       // the same for copies; null: they are only counted
     t_fp_zone_tables zones = {};
     t_fp_zone_stats zone_stats = {};
     t_fp_flows flows = {};
+    std::function<fp_json()> live = nullptr;  // answers for live mode, while there is any
 };
 
 // All requests but replays.

@@ -20,6 +20,7 @@ static constexpr char usage[] =
     "  bindings                                                     which filters are bound where\n"
     "  zones                                                        zones of VPNs, filters of zone pairs\n"
     "  flows                                                        inspected flows\n"
+    "  live                                                         ports of live mode\n"
     "  stats                                                        what was counted since fpd began\n\n"
     "FILES: --sidecar            FILE.fields tells what no header does\n"
     "       --applications FILE  ports and their applications\n"

@@ -54,7 +54,8 @@ def _split_command(arguments):
     else:
         own, command = arguments, []
     if own[:1] == ["enter"] and len(own) > 2 and not own[1].startswith("-"):
-        own, command = own[:2], own[2:] + command
+        split = 4 if own[2] == "--host" else 2
+        own, command = own[:split], own[split:] + command
     return own, command
 
 
@@ -78,8 +79,9 @@ def _parser():
     verb.set_defaults(function=_start)
 
     verb = verbs.add_parser("enter", help="run a command, or a shell, inside a lab",
-                            usage="lab enter NAME [command...]")
+                            usage="lab enter NAME [--host HOST] [command...]")
     verb.add_argument("name")
+    verb.add_argument("--host", help="in the network of this host of the lab")
     verb.set_defaults(function=_enter)
 
     verb = verbs.add_parser("stop", help="stop a lab and remove what it left")
@@ -118,7 +120,8 @@ def _start(options):
 def _enter(options):
     lab = registry.find(options.name)
     shell = os.environ.get("SHELL", "")
-    line, env = launch.enter_command(lab, options.command or [shell if os.access(shell, os.X_OK) else "/bin/bash"])
+    command = options.command or [shell if os.access(shell, os.X_OK) else "/bin/bash"]
+    line, env = launch.enter_command(lab, command, options.host)
     sys.stdout.flush()
     os.execvpe(line[0], line, env)
 

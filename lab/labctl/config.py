@@ -4,13 +4,18 @@
       "files":    {"/etc/default/sim_size": "small\n", "/etc/default/sysmgrd.json": {"daemons": []}},
       "private":  ["/var/log"],
       "env":      {"TARN_DEBUG": "1"},
+      "hosts":    [
+        {"name": "alice", "link": "ge0_1", "address": ["192.168.1.5/24", "fd00:1::5/64"], "gateway": "192.168.1.1"}
+      ],
       "programs": [
         {"name": "fpd", "command": ["fpd", "-f"], "ready": {"socket": "/run/fpd.sock"}, "deadline": 10}
       ]
     }
 
-Every member may be missing. A file's content is a text, or an object or a list that is written as JSON. Files may only
-stand below private folders, so that nothing of the host is written.
+Every member may be missing. A host is a network namespace beside the lab's own, with an Ethernet link whose other end
+is the interface `link` of the lab; address and gateway may be one text, a list, or missing. A file's content is a
+text, or an object or a list that is written as JSON. Files may only stand below private folders, so that nothing of
+the host is written.
 Unknown members are refused: a mistyped one would otherwise be a lab that silently lacks something.
 """
 import dataclasses
@@ -24,6 +29,7 @@ from .errors import USAGE, LabError
 PRIVATE_FOLDERS = ("/run", "/dev/shm", "/tmp", "/boot", "/etc")  # /var/run is a link to /run
 DEFAULT_DEADLINE = 10.0  # seconds
 NAME = re.compile(r"[A-Za-z0-9][A-Za-z0-9_.-]{0,31}")
+LINK = re.compile(r"[A-Za-z0-9][A-Za-z0-9_.-]{0,14}")
 
 # When a program counts as ready, and the type of the condition's value. `log` looks at lines of the program's own
 # output, `syslog` at records of the lab's /dev/log; both at what comes after the program's start. `exit` is for
@@ -41,11 +47,20 @@ class Program:
 
 
 @dataclasses.dataclass
+class Host:
+    name: str
+    link: str  # the interface in the lab at the other end of the host's only one
+    address: list  # with prefix lengths
+    gateway: list
+
+
+@dataclasses.dataclass
 class Config:
     files: dict  # path inside the lab -> content
     private: list  # further folders that get an empty private copy
     env: dict
     programs: list
+    hosts: list
 
     def to_dict(self):
         return dataclasses.asdict(self)
@@ -67,7 +82,7 @@ def load(path):
 def parse(data, source):
     """Checks a decoded configuration; `source` names it in errors."""
     check = _Check(source)
-    check.members(data, "the configuration", ("files", "private", "env", "programs"))
+    check.members(data, "the configuration", ("files", "private", "env", "programs", "hosts"))
     private = [check.private_folder(p) for p in check.typed(data.get("private", []), list, "private")]
     files = check.contents(data.get("files", {}))
     for target in files:
@@ -76,7 +91,12 @@ def parse(data, source):
     names = [program.name for program in programs]
     for name in names:
         check.require(names.count(name) == 1, f"two programs are named {name}")
-    return Config(files, private, check.texts(data.get("env", {}), "env"), programs)
+    hosts = [check.host(host) for host in check.typed(data.get("hosts", []), list, "hosts")]
+    for field in ("name", "link"):
+        names = [getattr(host, field) for host in hosts]
+        for name in names:
+            check.require(names.count(name) == 1, f"two hosts have the {field} {name}")
+    return Config(files, private, check.texts(data.get("env", {}), "env"), programs, hosts)
 
 
 class _Check:
@@ -131,6 +151,19 @@ class _Check:
         self.require(deadline > 0, f"{name}: deadline must be above 0")
         return Program(name, command, self.ready(data.get("ready", {}), name), float(deadline),
                        self.texts(data.get("env", {}), f"{name}: env"))
+
+    def host(self, data):
+        self.members(data, "a host", ("name", "link", "address", "gateway"))
+        name = self.typed(data.get("name"), str, "a host's name")
+        self.require(NAME.fullmatch(name), f'"{name}" cannot name a host')
+        link = self.typed(data.get("link"), str, f"{name}: link")
+        self.require(LINK.fullmatch(link), f'{name}: "{link}" cannot name an interface')
+        return Host(name, link, self.text_list(data.get("address", []), f"{name}: address"),
+                    self.text_list(data.get("gateway", []), f"{name}: gateway"))
+
+    def text_list(self, value, where):
+        texts = [value] if isinstance(value, str) else self.typed(value, list, where)
+        return [self.typed(text, str, where) for text in texts]
 
     def ready(self, value, name):
         self.members(value, f"{name}: ready", tuple(READY_KINDS))

@@ -15,7 +15,7 @@ import sys
 import time
 from pathlib import Path
 
-from . import config, filesystem
+from . import config, filesystem, hosts
 from .errors import LabError
 from .supervisor import Supervisor
 from .syslog_reader import SyslogReader
@@ -38,6 +38,8 @@ class FirstProcess:
                          self._config.private, self._config.files)
         socket.sethostname(self._description["name"])
         subprocess.run(["ip", "link", "set", "lo", "up"], check=True)
+        for host in self._config.hosts:
+            hosts.make(host)
         self._syslog = SyslogReader(f"{_LOGS}/syslog")
         self._wakeup_fd = _signal_pipe(self._on_stop_signal)
         self._selector = selectors.DefaultSelector()

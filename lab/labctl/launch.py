@@ -7,8 +7,9 @@ import sys
 from pathlib import Path
 
 from . import registry
-from .errors import FAILED, LabError
+from .errors import FAILED, USAGE, LabError
 from .first_process import STOP_SECONDS
+from .hosts import namespace_path
 
 SOURCE_ROOT = Path(__file__).resolve().parents[2]
 DEFAULT_BIN = SOURCE_ROOT / "build/release/bin"
@@ -98,14 +99,20 @@ def _kill(lab, pid, number):
         pass
 
 
-def enter_command(lab, command):
-    """The command line and the environment that run `command` in the lab, in the present folder if it exists there."""
+def enter_command(lab, command, host=None):
+    """The command line and the environment that run `command` in the lab, in the present folder if it exists there;
+    with `host` in the network of that host of the lab."""
     description, pid = lab.description, lab.pid
     as_user = [] if os.geteuid() == 0 else _ENTER_AS_USER
     folder = os.getcwd()
     if not os.path.isdir(f"/proc/{pid}/root{folder}"):
         folder = "/"
     env = {**os.environ, "PATH": description["path"], "LAB_NAME": lab.name, "LAB_BIN": description["bin"]}
+    if host is not None:
+        names = [row["name"] for row in description["config"].get("hosts", [])]
+        if host not in names:
+            raise LabError(f"lab {lab.name} has no host {host} (hosts: {', '.join(names) or 'none'})", USAGE)
+        command = ["nsenter", f"--net={namespace_path(host)}", "--", *command]
     return ["nsenter", "--target", str(pid), *as_user, *_ENTER, f"--wdns={folder}", "--", *command], env
 
 

@@ -12,6 +12,7 @@ from pathlib import Path
 
 import harness
 from control_socket import Broken, Control, Lines, Refused
+from netconf_session import NetconfSession
 
 CONFIG = harness.REPOSITORY / "examples/router_lab.json"
 SETTLE_VPN = 65000
@@ -27,13 +28,14 @@ def delete(path):
 
 
 class RouterLab:
-    def __init__(self, scenario, name, files=None, settles=True, env=None):
+    def __init__(self, scenario, name, files=None, settles=True, env=None, config=CONFIG):
         """`files` and `env` are added to the lab's. Without `settles` nothing is committed here, and `settle` can't be used."""
-        config = json.loads(CONFIG.read_text(encoding="utf-8"))
+        config = json.loads(config.read_text(encoding="utf-8"))
         config["files"].update(files or {})
         # So that an assertion that fails ends the sanitizers' build as it ends the others.
         config["env"] = {"ASAN_OPTIONS": "handle_segv=0:detect_leaks=0", **(env or {})}
         self.lab = scenario.start_lab(name, config)
+        self._scenario = scenario
         self._root = Path(f"/proc/{self.lab.status()['pid']}/root")
         self._namespace = os.readlink(self._root.parent / "ns/pid")
         self._sockets = {}
@@ -54,6 +56,12 @@ class RouterLab:
 
     def session(self):
         return Control(self.path("run/mgmtd.sock"))
+
+    def netconf(self):
+        """A NETCONF session inside. It ends with the test."""
+        session = NetconfSession(self.lab)
+        self._scenario.addCleanup(session.close)
+        return session
 
     # ---- Asking ----
 
