@@ -74,25 +74,6 @@ static bool has_ipv6()
     return is_bound;
 }
 
-// The little of the base MIBs that LUMORA-MIB needs; receivers have the whole of them.
-static void base_mibs_write(const std::string &folder)
-{
-    auto write = [&](const std::string &name, const std::string &text) {
-        std::ofstream(folder + "/" + name + ".txt") << name << " DEFINITIONS ::= BEGIN\n" << text << "END\n";
-    };
-    write("SNMPv2-SMI",
-          "org OBJECT IDENTIFIER ::= { iso 3 }\ndod OBJECT IDENTIFIER ::= { org 6 }\n"
-          "internet OBJECT IDENTIFIER ::= { dod 1 }\nprivate OBJECT IDENTIFIER ::= { internet 4 }\n"
-          "enterprises OBJECT IDENTIFIER ::= { private 1 }\n");
-    const std::string head = " ::= TEXTUAL-CONVENTION\n";
-    const std::string tail = "STATUS current DESCRIPTION \"\" SYNTAX ";
-    write("SNMPv2-TC",
-          "DisplayString" + head + "DISPLAY-HINT \"255a\" " + tail + "OCTET STRING (SIZE (0..255))\n" +
-              "TruthValue" + head + tail + "INTEGER { true(1), false(2) }\n" + "DateAndTime" + head +
-              "DISPLAY-HINT \"2d-1d-1d,1d:1d:1d.1d,1a1d:1d\" " + tail + "OCTET STRING (SIZE (8 | 11))\n");
-    write("SNMPv2-CONF", "");
-}
-
 // What Net-SNMP's programs read and write, gone afterwards.
 struct ReceiverFolder {
     std::string path = std::string(getenv("TMPDIR") != nullptr ? getenv("TMPDIR") : "/tmp") + "/snmp-XXXXXX";
@@ -101,7 +82,6 @@ struct ReceiverFolder {
     {
         EXPECT_NE(mkdtemp(path.data()), nullptr);
         std::filesystem::create_directory(path + "/cert_indexes");
-        base_mibs_write(path);
     }
 
     ~ReceiverFolder()
@@ -126,7 +106,7 @@ struct TrapReceiver {
         if (pid != 0)
             return;
         setenv("SNMP_PERSISTENT_DIR", folder.path.c_str(), 1);
-        setenv("MIBDIRS", (folder.path + ":" MIB_FOLDER).c_str(), 1);
+        setenv("MIBDIRS", BASE_MIB_FOLDER ":" MIB_FOLDER, 1);
         setenv("MIBS", has_mibs ? "LUMORA-MIB" : "", 1);
         execl(SNMPTRAPD, SNMPTRAPD, "-f", "-C", "-c", (folder.path + "/conf").c_str(),
               has_mibs ? "-OS" : "-On", has_mibs ? "-OT" : "-Oe", "-Lf", (folder.path + "/log").c_str(), "-F",
@@ -299,8 +279,8 @@ TEST(MgmtSnmp, EveryNameHasTheIdentifierThatTheMibGives)
     for (const t_lconfd_trap_row &row : lconfd_trap_rows)
         names.push_back(row.mib_name);
     ReceiverFolder folder;
-    std::string command = "SNMP_PERSISTENT_DIR=" + folder.path + " MIBDIRS=" + folder.path +
-                          ":" MIB_FOLDER " " SNMPTRANSLATE " -m LUMORA-MIB -On";
+    std::string command = "SNMP_PERSISTENT_DIR=" + folder.path +
+                          " MIBDIRS=" BASE_MIB_FOLDER ":" MIB_FOLDER " " SNMPTRANSLATE " -m LUMORA-MIB -On";
     std::string wanted;
     for (const std::string &name : names) {
         std::vector<uint32_t> id;
