@@ -21,7 +21,7 @@ using t_json = nlohmann::ordered_json;
 static constexpr size_t max_waiting = 64 * 1024;     // bytes read ahead while a request is under way
 static constexpr size_t max_unread = 1024 * 1024;    // bytes of answers, before the next request begins
 static constexpr size_t output_piece = 1024 * 1024;  // bytes of output in one frame
-static constexpr int listen_backlog = 16;
+static constexpr int listen_backlog = 128;
 
 // ---- Answers ----
 
