@@ -1,6 +1,7 @@
 """What a lab contains: files placed inside it and the programs that it starts, read from a JSON file.
 
     {
+      "base":     "router_lab.json",
       "files":    {"/etc/default/sim_size": "small\n", "/etc/default/sysmgrd.json": {"daemons": []}},
       "private":  ["/var/log"],
       "env":      {"TARN_DEBUG": "1"},
@@ -12,7 +13,8 @@
       ]
     }
 
-Every member may be missing. A host is a network namespace beside the lab's own, with an Ethernet link whose other end
+Every member may be missing. With a base, a path beside this file, all of that file counts, too: files and variables of
+one name, and programs of one name in their old place, are replaced by this file's. A host is a network namespace beside the lab's own, with an Ethernet link whose other end
 is the interface `link` of the lab; address and gateway may be one text, a list, or missing. A file's content is a
 text, or an object or a list that is written as JSON. Files may only stand below private folders, so that nothing of
 the host is written.
@@ -28,6 +30,7 @@ from .errors import USAGE, LabError
 
 PRIVATE_FOLDERS = ("/run", "/dev/shm", "/tmp", "/boot", "/etc")  # /var/run is a link to /run
 DEFAULT_DEADLINE = 10.0  # seconds
+MOST_BASES = 4
 NAME = re.compile(r"[A-Za-z0-9][A-Za-z0-9_.-]{0,31}")
 LINK = re.compile(r"[A-Za-z0-9][A-Za-z0-9_.-]{0,14}")
 
@@ -68,15 +71,45 @@ class Config:
 
 def load(path):
     """The configuration in a file; the empty one without a file."""
-    if path is None:
-        return parse({}, "no configuration")
+    return parse({}, "no configuration") if path is None else parse(_read(path), path)
+
+
+def _read(path, depth=0):
+    """The decoded file, laid over its base."""
     try:
         with open(path, encoding="utf-8") as file:
-            return parse(json.load(file), path)
+            data = json.load(file)
     except OSError as error:
         raise LabError(f"{path}: {error.strerror}", USAGE) from error
     except ValueError as error:  # JSON and UTF-8 errors
         raise LabError(f"{path}: {error}", USAGE) from error
+    if not isinstance(data, dict) or "base" not in data:
+        return data
+    base = data.pop("base")
+    if not isinstance(base, str) or depth == MOST_BASES:
+        raise LabError(f"{path}: base must be the path of a file, in a chain of at most {MOST_BASES}", USAGE)
+    return _laid_over(_read(os.path.join(os.path.dirname(path), base), depth + 1), data)
+
+
+def _laid_over(base, data):
+    """Both in one. What is not as it should be is left to the checks."""
+    joined = {**base, **data}
+    for member in ("files", "env"):
+        if isinstance(base.get(member), dict) and isinstance(data.get(member), dict):
+            joined[member] = {**base[member], **data[member]}
+    for member in ("private", "hosts", "programs"):
+        if isinstance(base.get(member), list) and isinstance(data.get(member), list):
+            joined[member] = _lists_joined(base[member], data[member])
+    return joined
+
+
+def _lists_joined(base, own):
+    def name_of(entry):
+        name = entry.get("name") if isinstance(entry, dict) else None
+        return name if isinstance(name, str) else None
+    replaced = {name_of(entry): entry for entry in own if name_of(entry)}
+    old = [replaced.pop(name_of(entry), entry) for entry in base]
+    return old + [entry for entry in own if not any(entry is other for other in old)]
 
 
 def parse(data, source):

@@ -5,7 +5,6 @@ ftmd and fpd have all of it, by a commit of its own: the policy `settle`, which 
 compiled anew, and its messages come behind all others. What waits for memory, since replaced programs are given back
 half a second later, has then been loaded, too.
 """
-import json
 import os
 import signal
 from pathlib import Path
@@ -30,11 +29,9 @@ def delete(path):
 class RouterLab:
     def __init__(self, scenario, name, files=None, settles=True, env=None, config=CONFIG):
         """`files` and `env` are added to the lab's. Without `settles` nothing is committed here, and `settle` can't be used."""
-        config = json.loads(config.read_text(encoding="utf-8"))
-        config["files"].update(files or {})
         # So that an assertion that fails ends the sanitizers' build as it ends the others.
-        config["env"] = {"ASAN_OPTIONS": "handle_segv=0:detect_leaks=0", **(env or {})}
-        self.lab = scenario.start_lab(name, config)
+        env = {"ASAN_OPTIONS": "handle_segv=0:detect_leaks=0", **(env or {})}
+        self.lab = scenario.start_lab(name, {"base": str(config), "files": files or {}, "env": env})
         self._scenario = scenario
         self._root = Path(f"/proc/{self.lab.status()['pid']}/root")
         self._namespace = os.readlink(self._root.parent / "ns/pid")
