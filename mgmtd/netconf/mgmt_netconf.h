@@ -59,6 +59,7 @@ struct t_mgmt_netconf_options {
     std::string host_key;     // file; made if missing
     std::string socket;       // path of the local socket; empty: none
     gid_t group;              // whose members may connect there, beside root; CONTROL_NO_GROUP: nobody
+    size_t max_notifications = NETCONF_NOTIFICATIONS;
 };
 
 // Frees; after the start only when it has stopped.

@@ -60,7 +60,7 @@ static void notification_post(const netconf_link_ptr &link, lyd_ptr tree, const 
     bool is_full = false;
     {
         std::lock_guard guard(link->mailbox.lock);
-        is_full = link->mailbox.notifications.size() >= NETCONF_NOTIFICATIONS;
+        is_full = link->mailbox.notifications.size() >= link->p_netconf->options.max_notifications;
         if (!is_full && !link->mailbox.is_end)
             link->mailbox.notifications.push_back({.tree = std::move(tree), .time = time});
     }

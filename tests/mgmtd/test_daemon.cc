@@ -1,5 +1,6 @@
 #include "tests/mgmtd/test_daemon.h"
 
+#include "generated/lumora_schema.h"
 #include "platform/confd/ipc/ipc_auth.h"
 
 #include <arpa/inet.h>
@@ -385,4 +386,29 @@ void TestDaemon::fail(const t_ipc_frame &request, const std::string &text)
                  .id = request.id,
                  .status = CONFD_ERR_EXTERNAL,
                  .body = ipc_encode(t_ipc_error{.text = text, .printed_bytes = 0})});
+}
+
+// ---- Notifications ----
+
+t_ipc_notification test_association(int32_t sender, const std::string &policy)
+{
+    confd_value_t severity = {.type = C_ENUM_VALUE, .val = {}};
+    severity.val.enumvalue = 2;
+    t_ipc_notification made = {.sender_id = sender,
+                               .time = {.year = 2024,
+                                        .month = 1,
+                                        .day = 15,
+                                        .hour = 12,
+                                        .min = 0,
+                                        .sec = 0,
+                                        .micro = 5,
+                                        .timezone = 2,
+                                        .timezone_minutes = 0},
+                               .values = {}};
+    xml_tag name = {LUMORA_TAG_DATA_POLICY_ASSOCIATION_STATUS, LUMORA_NS_POLICY};
+    made.values.push_back({name, IpcValue::tag(C_XMLBEGIN, name.tag, name.ns)});
+    made.values.push_back({{LUMORA_TAG_SEVERITY_LEVEL, 0}, IpcValue(severity)});
+    made.values.push_back({{LUMORA_TAG_POLICY_NAME, 0}, IpcValue::text(policy)});
+    made.values.push_back({name, IpcValue::tag(C_XMLEND, name.tag, name.ns)});
+    return made;
 }

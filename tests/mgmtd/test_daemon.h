@@ -139,3 +139,6 @@ struct TestDaemon {
     size_t finishes = 0;
     std::function<void(const t_ipc_frame &)> serve;  // null: never answers
 };
+
+// A data policy's association-status event of that sender, with a time of 2024.
+t_ipc_notification test_association(int32_t sender, const std::string &policy);

@@ -137,29 +137,6 @@ TEST(MgmtCrash, WhatWasAnsweredIsNeverLost)
 
 // ---- Notifications ----
 
-static t_ipc_notification association(int32_t sender, const std::string &policy)
-{
-    confd_value_t severity = {.type = C_ENUM_VALUE, .val = {}};
-    severity.val.enumvalue = 2;
-    t_ipc_notification made = {.sender_id = sender,
-                               .time = {.year = 2024,
-                                        .month = 1,
-                                        .day = 15,
-                                        .hour = 12,
-                                        .min = 0,
-                                        .sec = 0,
-                                        .micro = 5,
-                                        .timezone = 2,
-                                        .timezone_minutes = 0},
-                               .values = {}};
-    xml_tag name = {LUMORA_TAG_DATA_POLICY_ASSOCIATION_STATUS, LUMORA_NS_POLICY};
-    made.values.push_back({name, IpcValue::tag(C_XMLBEGIN, name.tag, name.ns)});
-    made.values.push_back({{LUMORA_TAG_SEVERITY_LEVEL, 0}, IpcValue(severity)});
-    made.values.push_back({{LUMORA_TAG_POLICY_NAME, 0}, IpcValue::text(policy)});
-    made.values.push_back({name, IpcValue::tag(C_XMLEND, name.tag, name.ns)});
-    return made;
-}
-
 TEST(MgmtNotif, AreLoggedReplayedAndTold)
 {
     TestWorld world;
@@ -178,9 +155,9 @@ TEST(MgmtNotif, AreLoggedReplayedAndTold)
             {.op = op, .kind = IPC_KIND_ONEWAY, .id = 0, .status = 0, .body = std::move(body)});
     };
     auto stored_count = [&] { return mgmt_notifications(*world.engine).size(); };
-    send(IPC_OP_NOTIF_SEND, ipc_encode(association(sender, "old")));
-    send(IPC_OP_NOTIF_SEND, ipc_encode(association(sender + 100, "no sender")));
-    t_ipc_notification unknown = association(sender, "unknown");
+    send(IPC_OP_NOTIF_SEND, ipc_encode(test_association(sender, "old")));
+    send(IPC_OP_NOTIF_SEND, ipc_encode(test_association(sender + 100, "no sender")));
+    t_ipc_notification unknown = test_association(sender, "unknown");
     unknown.values[0].tag.tag = 1;
     send(IPC_OP_NOTIF_SEND, ipc_encode(unknown));
     ASSERT_TRUE(world.until([&] { return stored_count() == 1; }));
@@ -198,7 +175,7 @@ TEST(MgmtNotif, AreLoggedReplayedAndTold)
     };
     mgmt_notif_subscribe(world.engine.get(), world.session, request);
     ASSERT_TRUE(world.until([&] { return told.size() == 2; }));
-    send(IPC_OP_NOTIF_SEND, ipc_encode(association(sender, "new")));
+    send(IPC_OP_NOTIF_SEND, ipc_encode(test_association(sender, "new")));
     ASSERT_TRUE(world.until([&] { return told.size() == 3; }));
     EXPECT_EQ(told[1], "replayed");
     EXPECT_NE(told[2].find("new"), std::string::npos);
@@ -211,7 +188,7 @@ TEST(MgmtNotif, AreLoggedReplayedAndTold)
 
     std::string json = mgmt_notifications(*world.engine)[0].json;
     mgmt_session_close(world.engine.get(), world.session);
-    send(IPC_OP_NOTIF_SEND, ipc_encode(association(sender, "unheard")));
+    send(IPC_OP_NOTIF_SEND, ipc_encode(test_association(sender, "unheard")));
     ASSERT_TRUE(world.until([&] { return stored_count() == 3; }));
     EXPECT_EQ(told.size(), 3u);
     daemon.control.close();
@@ -232,7 +209,7 @@ static void notify_once(TestWorld *p_world, const std::string &policy)
                         .kind = IPC_KIND_ONEWAY,
                         .id = 0,
                         .status = 0,
-                        .body = ipc_encode(association(sender, policy))});
+                        .body = ipc_encode(test_association(sender, policy))});
     EXPECT_TRUE(p_world->until([&] {
         const auto &stored = mgmt_notifications(*p_world->engine);
         return !stored.empty() && stored.back().json.find(policy) != std::string::npos;

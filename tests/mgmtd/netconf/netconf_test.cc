@@ -11,6 +11,7 @@
 #include "tests/mgmtd/test_daemon.h"
 
 #include <arpa/inet.h>
+#include <atomic>
 #include <filesystem>
 #include <fstream>
 #include <future>
@@ -25,7 +26,7 @@ using namespace std::chrono_literals;
 
 // A world with the transport, and users "anna" (password and key) and "boris" (password), administrators.
 struct NetconfWorld {
-    NetconfWorld();
+    explicit NetconfWorld(size_t max_notifications = NETCONF_NOTIFICATIONS);
     ~NetconfWorld();
 
     // Runs a client beside the turning world.
@@ -66,7 +67,7 @@ static ssh_key_ptr key_new()
     return ssh_key_ptr(p_key);
 }
 
-NetconfWorld::NetconfWorld() : key(key_new())
+NetconfWorld::NetconfWorld(size_t max_notifications) : key(key_new())
 {
     char *p_text = nullptr;
     EXPECT_EQ(ssh_pki_export_pubkey_base64(key.get(), &p_text), SSH_OK);
@@ -85,7 +86,8 @@ NetconfWorld::NetconfWorld() : key(key_new())
                .port = 0,
                .host_key = world.folder + "/ssh_host_key",
                .socket = world.folder + "/netconf.sock",
-               .group = CONTROL_NO_GROUP};
+               .group = CONTROL_NO_GROUP,
+               .max_notifications = max_notifications};
     ly_ctx *p_context = const_cast<ly_ctx *>(mgmt_engine_context(*world.engine));
     netconf = mgmt_netconf_open(world.engine.get(), p_context, options, &error);
     EXPECT_NE(netconf, nullptr) << error;
@@ -255,6 +257,47 @@ TEST(NetconfCrowd, OneSessionsCommitKeepsNoOtherWaiting)
     EXPECT_EQ(subscriber.open_count, 1) << "the commit has ended";
     world.stop();  // with the commit under way
     EXPECT_EQ(committer.read_message(), "");
+}
+
+// One who never reads, beside one who does.
+TEST(NetconfCrowd, ASlowSubscriberLosesItsSessionAndHarmsNobody)
+{
+    static constexpr size_t batch = 20;
+    static constexpr size_t most = 20000;
+    static constexpr const char *subscribe =
+        "<create-subscription xmlns=\"urn:ietf:params:xml:ns:netconf:notification:1.0\"/>";
+    NetconfWorld world(2 * batch);
+    TestDaemon daemon(&world.world, "d");
+    t_ipc_reg_notif stream = {.name = "lumora", .context = "", .worker_conn_id = daemon.worker.id};
+    t_ipc_frame enlisted = daemon.control.request(IPC_OP_REG_NOTIF_STREAM, ipc_encode(stream));
+    int32_t sender = daemon.control.read<t_ipc_count>(enlisted).count;
+    daemon.ready();
+    NetconfClient slow;
+    NetconfClient quick;
+    ASSERT_EQ(world.with<std::string>([&] { return slow.connect_local(world.options.socket); }), "");
+    ASSERT_EQ(world.login(&quick), "");
+    ASSERT_NE(world.ask(&slow, subscribe).find("<ok/>"), std::string::npos);
+    ASSERT_NE(world.ask(&quick, subscribe).find("<ok/>"), std::string::npos);
+    std::atomic<size_t> received = 0;
+    std::thread reader([&] {
+        while (quick.read_message().find("policy-name") != std::string::npos)
+            received++;
+    });
+    const auto &sessions = mgmt_netconf_monitor(*world.netconf)->sessions;
+    size_t sent = 0;
+    while (sessions.size() == 2 && sent < most) {
+        for (size_t i = 0; i < batch; i++, sent++)
+            daemon.worker.send({.op = IPC_OP_NOTIF_SEND,
+                                .kind = IPC_KIND_ONEWAY,
+                                .id = 0,
+                                .status = 0,
+                                .body = ipc_encode(test_association(sender, "edge"))});
+        EXPECT_TRUE(world.world.until([&] { return received == sent; })) << received << " of " << sent;
+    }
+    EXPECT_EQ(sessions.size(), 1u) << "after " << sent;
+    EXPECT_EQ(received, sent);
+    world.stop();
+    reader.join();
 }
 
 TEST(NetconfKill, TheOtherSessionsLockIsFreeAtOnce)
