@@ -21,7 +21,9 @@ int tarn_debug_dpi(confd_user_info *uinfo, xml_tag *name, confd_hkeypath_t *kp, 
 int tarn_debug_policy(confd_user_info *uinfo, xml_tag *name, confd_hkeypath_t *kp, confd_tag_value_t *params,
                       int nparams);
 
-// All topics, and the adapter's debug output. That one is off again at the end when any flag was set before.
+// All topics, and the adapter's debug output. Any flag that was set before makes it begin with
+// tarn_debug_disable_all. It goes on when that fails; else the adapter's output is off again at the end, and
+// when the leaf of all topics can't be written everything stays off.
 int tarn_debug_all(confd_user_info *uinfo, xml_tag *name, confd_hkeypath_t *kp, confd_tag_value_t *params,
                    int nparams);
 

@@ -16,10 +16,6 @@ struct t_tarn_policy_vpn_list;
 // ones behind it are left out then.
 int tarn_show_init(t_lconfd_context *p_ctx);
 
-// The program in a slot of filter memory; null for the ids of filters that are not loaded, or wait for
-// memory.
-void *tarn_show_program(int filter_id);
-
 // What the loaded program of a context, or of an access list, has counted under that name; 0 and 0 when
 // nothing is loaded.
 void tarn_policy_counter(const t_tarn_policy_vpn_list *p_vpn_list, const char *name, int64_t *p_pkts,

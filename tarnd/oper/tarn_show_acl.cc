@@ -111,6 +111,12 @@ static int tarn_acl_policer_next(const t_tarn_show_place &place, confd_find_next
 
 // ---- Interfaces ----
 
+// A name of full length has no terminator, as in the store.
+static void copy_interface_name(const confd_value_t &value, t_tarn_intf_key *p_key)
+{
+    std::copy_n(value.val.buf.ptr, std::min<size_t>(value.val.buf.size, sizeof(p_key->name)), p_key->name);
+}
+
 static uint8_t direction_of(const confd_value_t &key)
 {
     return tarn_yang_direction_to_filter_direction(static_cast<uint32_t>(key.val.enumvalue));
@@ -126,7 +132,7 @@ static int tarn_acl_interface_exact(const t_tarn_show_place &place, void **pp_ro
     LUM_ASSERT(keys_p[0].type == C_BUF, "(&keys_p[0])->type == C_BUF");
     LUM_ASSERT(keys_p[1].type == C_ENUM_VALUE, "(&keys_p[1])->type == C_ENUM_VALUE");
     t_tarn_intf wanted = {};
-    tarn_show_copy_text(keys_p[0], wanted.key.name, sizeof(wanted.key.name));
+    copy_interface_name(keys_p[0], &wanted.key);
     wanted.key.direction = direction_of(keys_p[1]);
     return tarn_show_tree_exact(place.p_access_list->intf_db, &wanted, pp_row);
 }
@@ -146,7 +152,7 @@ static int tarn_acl_interface_next(const t_tarn_show_place &place, confd_find_ne
         return EBADMSG;
     LUM_ASSERT(keys->type == C_BUF, "(keys)->type == C_BUF");
     t_tarn_intf wanted = {};
-    tarn_show_copy_text(*keys, wanted.key.name, sizeof(wanted.key.name));
+    copy_interface_name(*keys, &wanted.key);
     if (n > 1) {
         LUM_ASSERT(keys[1].type == C_ENUM_VALUE, "(&keys[1])->type == C_ENUM_VALUE");
         wanted.key.direction = direction_of(keys[1]);

@@ -232,6 +232,19 @@ TEST(Show, ARowThatVanishesEndsPoliciesButNoOtherList)
         EXPECT_EQ(world.find_next(point, path, {text(key)}, type), reply) << point << " " << key;
 }
 
+TEST(Show, AnInterfaceNameThatFillsTheFieldIsFoundAndPassed)
+{
+    ShowWorld world;
+    world.add_objects();
+    std::string name(TARN_INTF_NAME_SIZE, 'x');
+    t_tarn_acl_bind_param param = {7, name.c_str(), 2};
+    EXPECT_EQ(tarn_access_list_bind(&world.tarn, TARN_AF_TYPE_IPV4, "l1", &param), 0);
+    t_path row = {{ACL_INTFS, {text("l1")}}, {ACL_INTF, {text(name), enumerator(1)}}};
+    EXPECT_NE(world.get("access-policy-interface-list", row), t_rows{not_found});
+    EXPECT_EQ(world.find_next("access-policy-interface-list", {row[0], {ACL_INTF, {}}}, row[1].second),
+              t_rows{next_end});
+}
+
 // ---- Failures ----
 
 TEST(Show, TheFirstRefusalEndsTheRegistration)
