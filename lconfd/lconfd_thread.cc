@@ -165,7 +165,7 @@ static void trigger(int fd, const t_lconfd_thread_sub_list &list, bool is_oper)
     if (result == CONFD_OK)
         LCONFD_DEBUG("Triggered %u %s subscriptions", static_cast<unsigned>(count), kind);
     else
-        LCONFD_LOG("Failed to trigger %s subscription (%s - %d)%s (%d) : %s", kind, lconfd_module_name(),
+        LCONFD_LOG("Failed to trigger config subscription (%s - %d)%s (%d) : %s", lconfd_module_name(),
                    result, LCONFD_WHY);
 }
 

@@ -3,6 +3,7 @@
 #include "yang/schema_index_private.h"
 
 #include <algorithm>
+#include <cctype>
 #include <charconv>
 #include <map>
 
@@ -40,7 +41,8 @@ static uint32_t number_parse(std::string_view text, uint32_t first, uint32_t las
 
 static bool is_mib_name(std::string_view name)
 {
-    return !name.empty() && name.size() <= SCHEMA_TRAP_NAME_SIZE_MAX && islower(name[0]) != 0 &&
+    return !name.empty() && name.size() <= SCHEMA_TRAP_NAME_SIZE_MAX &&
+           islower(static_cast<unsigned char>(name[0])) != 0 &&
            std::ranges::all_of(name, [](unsigned char c) { return isalnum(c) != 0; });
 }
 
