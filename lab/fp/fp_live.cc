@@ -62,6 +62,12 @@ static void frame_serve(t_fp_live *p_live, size_t port, const cvmx_ring_pkt_t &p
     fp_live_frame(&p_live->plane, port, {pkt.data, pkt.length}, time_ms);
 }
 
+static void link_take_down(t_live_link *p_link)
+{
+    cvmx_sim_log("fpd: %s is down\n", p_link->p_live->plane.config.ports[p_link->index].interface.c_str());
+    p_link->event = nullptr;
+}
+
 static void on_readable(evutil_socket_t, short, void *p_user)
 {
     auto *p_link = static_cast<t_live_link *>(p_user);
@@ -69,8 +75,7 @@ static void on_readable(evutil_socket_t, short, void *p_user)
     int count =
         cvmx_ring_rx_pull(cvmx_helper_rx_ring(p_link->ipd_port), p_live->batch.data(), CVMX_RING_BATCH);
     if (count < 0) {
-        cvmx_sim_log("fpd: %s is down\n", p_live->plane.config.ports[p_link->index].interface.c_str());
-        p_link->event = nullptr;
+        link_take_down(p_link);
         return;
     }
     uint64_t time_ms = now_ms();
@@ -122,6 +127,9 @@ static void on_turn(evutil_socket_t, short, void *p_user)
 {
     auto *p_live = static_cast<t_fp_live *>(p_user);
     for (t_live_link &link : p_live->links) {
+        // The send that meets the socket's error takes it away: then no event tells that the port is down.
+        if (link.event != nullptr && !cvmx_port_active(link.ipd_port))
+            link_take_down(&link);
         if (link.event == nullptr)
             link_bring_up(&link);
     }

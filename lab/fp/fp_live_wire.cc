@@ -147,7 +147,9 @@ t_fp_live_address fp_wire_ip_destination(std::span<const uint8_t> packet)
 
 bool fp_wire_header_is_sound(std::span<const uint8_t> packet)
 {
-    return !is_v4(packet) || checksum4(packet.first(v4_header_size(packet))) == 0;
+    if (is_v4(packet))
+        return checksum4(packet.first(v4_header_size(packet))) == 0;
+    return !fp_live_is_v4(fp_wire_ip_source(packet)) && !fp_live_is_v4(fp_wire_ip_destination(packet));
 }
 
 static size_t hops_offset(std::span<const uint8_t> packet)
@@ -264,7 +266,8 @@ std::optional<t_fp_wire_neighbour> fp_wire_discovery_read(std::span<const uint8_
     if ((!is_request && message[0] != ICMP6_ADVERTISEMENT) || message[1] != 0 || checksum6(packet) != 0)
         return std::nullopt;
     t_fp_wire_neighbour told = {is_request, v6_at(packet, 8), v6_at(message, 8), std::nullopt};
-    if (!options_read(message.subspan(discovery_size), is_request ? 1 : 2, &told.mac))
+    if (fp_live_is_v4(told.sender) || fp_live_is_v4(told.target) ||
+        !options_read(message.subspan(discovery_size), is_request ? 1 : 2, &told.mac))
         return std::nullopt;
     return told;
 }

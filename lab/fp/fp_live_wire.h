@@ -36,7 +36,8 @@ void fp_wire_macs_set(std::span<uint8_t> frame, const t_fp_mac &destination, con
 t_fp_live_address fp_wire_ip_source(std::span<const uint8_t> packet);
 t_fp_live_address fp_wire_ip_destination(std::span<const uint8_t> packet);
 
-// True for IPv6, whose header has no checksum.
+// IPv4: the checksum is right. IPv6, whose header has none: neither address is a mapped one of IPv4, which
+// has no place on a wire and would be taken for that of the other family here.
 bool fp_wire_header_is_sound(std::span<const uint8_t> packet);
 
 uint8_t fp_wire_hops(std::span<const uint8_t> packet);
@@ -65,7 +66,7 @@ struct t_fp_wire_neighbour {
 std::optional<t_fp_wire_neighbour> fp_wire_arp_read(std::span<const uint8_t> frame);
 
 // A message of neighbour discovery must have the hop limit 255 and a right checksum, or it isn't from the
-// link.
+// link. What speaks of mapped addresses is broken: both addresses are of IPv6.
 std::optional<t_fp_wire_neighbour> fp_wire_discovery_read(std::span<const uint8_t> packet);
 
 // Who has `target`? A frame with all addresses; both addresses are of one family.

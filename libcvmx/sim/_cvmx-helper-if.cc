@@ -69,10 +69,13 @@ int if_rename(const char *ifname, const char *new_name)
         return -1;
     int result = ask(ifname, SIOCSIFNAME, &request);
     int error = errno;
-    if (flags.ifr_flags & IFF_UP)
-        result |= if_flags_change(result == 0 ? new_name : ifname, IFF_UP, 0);
-    errno = result == 0 ? errno : error;
-    return result;
+    if ((flags.ifr_flags & IFF_UP) == 0)
+        return result;
+    int up = if_flags_change(result == 0 ? new_name : ifname, IFF_UP, 0);
+    if (result == 0)
+        return up;
+    errno = error;
+    return -1;
 }
 
 int if_addr_get(const char *ifname, uint8_t mac[6])

@@ -64,7 +64,8 @@ void cvmx_ring_destroy(cvmx_ring_t *p_ring);
 [[nodiscard]] int cvmx_ring_reopen(cvmx_ring_t *p_ring, const char *ifname);
 
 // The descriptor, for poll; -1 for null and when the last reopening failed. An interface that goes away wakes
-// the poller by an error event, and the next pull finds it.
+// the poller by an error event, and the next pull finds it; but a flush may find it first, and then there is
+// no event any more: who polls looks at cvmx_ring_active now and then.
 int cvmx_ring_sock(const cvmx_ring_t *p_ring);
 
 // False for null, and from the call that found the interface down or away.

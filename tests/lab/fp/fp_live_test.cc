@@ -130,6 +130,21 @@ TEST_F(FpLiveGoldenTest, WhatCannotGoOnIsCountedAndItsSenderTold)
         EXPECT_EQ(drops(0, reason), 1u) << fp_live_drop_name(reason);
 }
 
+// An answer built for such an address would be of the other family, and shorter than what is put into it.
+TEST_F(FpLiveGoldenTest, MappedAddressesHaveNoPlaceInIpv6)
+{
+    std::string host6 = "fd000001000000000000000000000005";
+    std::string mapped = "00000000000000000000ffffc0a80101";
+    std::string group = "ff0200000000000000000001ff000001";
+    take(0, wire(macs + "86dd 60000000 0008 11 01" + mapped + host6 + "0001000200080000"));
+    take(0, wire(macs + "86dd 60000000 0008 11 40" + host6 + mapped + "0001000200080000"));
+    EXPECT_EQ(drops(0, FP_LIVE_DROP_MALFORMED), 2u);
+    take(0, wire("3333ff000001 060000000005 86dd 60000000 0018 3a ff " + host6 + group + "8700bbf6 00000000" +
+                 mapped));
+    EXPECT_EQ(drops(0, FP_LIVE_DROP_GROUP), 1u);
+    EXPECT_TRUE(sent.empty());
+}
+
 TEST_F(FpLiveGoldenTest, AMirrorsCopyIsThePacketBehindAnOuterHeader)
 {
     t_fp_wire_bytes packet = wire(packet4);
