@@ -172,8 +172,9 @@ class RouterLab:
         return any(row["filter"] == slots for rows in self.bindings().values() for row in rows)
 
     def _settle_filter(self):
+        """A daemon to which ftmd connects before it has compiled tells a row without a filter, which stays."""
         rows = self.peer("ftmd", "bindings")["vpns"]
-        return next((row["filter"] for row in rows if row["name"] == "settle"), None)
+        return next((row["filter"] for row in rows if row["name"] == "settle" and row["type"] == "data"), None)
 
     def bindings(self, daemon="ftmd"):
         table = self.fpctl("bindings") if daemon == "fpd" else self.peer("ftmd", "bindings")
