@@ -111,8 +111,10 @@ int cvmx_helper_ports_init()
     int count = 0;
     for (int i = 0; i < CVMX_HELPER_NUM_LOOP_PORTS; i++)
         count += add_port(loop_port(i));
+    // The walk follows the ids in the block; one that its writer left half done may lead in a circle.
+    uint32_t left = CHMGR_MAX_MODULES * CHMGR_MAX_MODULE_PORTS;
     const t_port_info *p_info = chmgr_get_first_port_info();
-    for (; p_info != nullptr; p_info = chmgr_get_next_port_info(p_info->port_id))
+    for (; p_info != nullptr && left > 0; p_info = chmgr_get_next_port_info(p_info->port_id), left--)
         if (chmgr_port_allowed(p_info->port_id) && p_info->hw_interface_id < CVMX_HELPER_NUM_INTERFACES)
             count += add_port(port_of_block(*p_info));
     g_has_table = true;
