@@ -168,6 +168,15 @@ static pid_t die_with_lock(t_cvmx_grp_ring *p_ring)
     return pid;
 }
 
+// The word of a process with this one's id that started at another time, which is never 0.
+static uint32_t own_word_of_another_time()
+{
+    uint32_t word = 0;
+    cvmx_ownerlock_lock(&word, "own", 0);
+    uint32_t start = word >> CVMX_OWNER_PID_BITS;
+    return (start == 1 ? 2 : start - 1) << CVMX_OWNER_PID_BITS | static_cast<uint32_t>(getpid());
+}
+
 TEST_F(Pow, ADeadHoldersLockIsTakenOverAndReported)
 {
     static const struct {
@@ -182,9 +191,7 @@ TEST_F(Pow, ADeadHoldersLockIsTakenOverAndReported)
             waitpid(pid, nullptr, 0);
         if (c.id_used_again) {
             pid = getpid();
-            ring(0).lock = (ring(0).lock ^ 1u << CVMX_OWNER_PID_BITS) >> CVMX_OWNER_PID_BITS
-                                                                             << CVMX_OWNER_PID_BITS |
-                           static_cast<uint32_t>(pid);
+            ring(0).lock = own_word_of_another_time();
         }
         cvmx_wqe_t work = {};
         testing::internal::CaptureStdout();
