@@ -263,6 +263,9 @@ e_cli_terminal_line cli_terminal_line(t_cli_terminal *p_terminal, const std::str
     p_terminal->interrupted = false;
     int count = 0;
     el_resize(p_terminal->p_edit);
+    // Before the prompt is shown: an end-of-file key that follows it at once would be the terminal's own
+    // else.
+    el_set(p_terminal->p_edit, EL_PREP_TERM, 1);
     const char *p_text = el_gets(p_terminal->p_edit, &count);
     if (p_text == nullptr || count <= 0) {
         fputs(p_terminal->interrupted ? "^C\n" : "\n", stdout);

@@ -5,6 +5,7 @@
 #include "cli/view.h"
 
 #include <algorithm>
+#include <cmath>
 #include <set>
 
 static std::string text_of(const t_cli_json &row, const char *name)
@@ -211,9 +212,7 @@ static t_cli_json memory_row(const t_cli_json &usage, const char *what, const st
     t_cli_json total = usage.value(name + "-total", t_cli_json());
     t_cli_json percent;
     if (in_use.is_number() && total.is_number() && total.get<double>() > 0)
-        percent = static_cast<double>(
-                      static_cast<uint64_t>(in_use.get<double>() * 1000 / total.get<double>() + 0.5)) /
-                  10;
+        percent = std::round(in_use.get<double>() * 1000 / total.get<double>()) / 10;
     return {{"what", what}, {"in-use", in_use}, {"total", total}, {"percent", percent}};
 }
 

@@ -197,7 +197,7 @@ int lconfd_set_cdb_oper_value(t_lconfd_context *ctx, const confd_value_t *p_val,
         LCONFD_LOG("Failed to create lconfd thread (error %d, errno %d))", error, errno);
         return 1;
     }
-    list.release();
+    static_cast<void>(list.release());
     ctx->last_thread_id = thread;
     return 0;
 }

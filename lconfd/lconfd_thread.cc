@@ -209,7 +209,7 @@ void lconfd_sub_list_read(std::unique_ptr<t_lconfd_thread_sub_list> list)
     if (list->num_sub == 0)
         return;
     if (lconfd_thread_start_detached(lconfd_thread_read_sub_config, list.get()))
-        list.release();
+        static_cast<void>(list.release());
     else
         give_up(*list);
 }
@@ -477,5 +477,5 @@ void lconfd_register_subscriptions(t_lconfd_context *ctx)
 {
     auto registration = std::make_unique<t_registration>(*ctx);
     if (lconfd_thread_start_detached(lconfd_thread_register_subscriptions, registration.get()))
-        registration.release();
+        static_cast<void>(registration.release());
 }

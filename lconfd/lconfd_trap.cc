@@ -121,9 +121,10 @@ void lconfd_trap_remove_tag(const char *name)
 static void lconfd_trap_tag_table_free()
 {
     std::lock_guard guard(g_lconfd_trap_tag_lock);
-    while (g_lconfd_trap_tag_table.p_head != nullptr) {
-        t_lconfd_trap_tag_map *p_map = group_of(g_lconfd_trap_tag_table.p_head);
-        DLL_REMOVE(&g_lconfd_trap_tag_table, &p_map->entry);
+    auto *p_entry = std::exchange(g_lconfd_trap_tag_table, {}).p_head;
+    while (p_entry != nullptr) {
+        t_lconfd_trap_tag_map *p_map = group_of(p_entry);
+        p_entry = p_entry->p_next;
         delete p_map;
     }
 }
